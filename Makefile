@@ -1,0 +1,31 @@
+# Zorvik: the two set-up commands are `make run` and `make test`.
+BUILD_DIR ?= build
+JOBS ?= $(shell nproc)
+CMAKE_FLAGS ?=
+
+.PHONY: deps build test run test-asan test-tsan clean
+
+deps:
+	@scripts/install-deps.sh
+
+build: deps
+	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release $(CMAKE_FLAGS) >/dev/null
+	cmake --build $(BUILD_DIR) -j $(JOBS)
+
+test: build
+	ctest --test-dir $(BUILD_DIR) --output-on-failure -j $(JOBS)
+
+# The unit suites again under AddressSanitizer + UndefinedBehaviorSanitizer, and ThreadSanitizer.
+test-asan: deps
+	$(MAKE) build BUILD_DIR=build-asan CMAKE_FLAGS="-DZORVIK_SANITIZE=address -DCMAKE_BUILD_TYPE=Debug"
+	ctest --test-dir build-asan --output-on-failure -j $(JOBS) -L unit
+
+test-tsan: deps
+	$(MAKE) build BUILD_DIR=build-tsan CMAKE_FLAGS="-DZORVIK_SANITIZE=thread -DCMAKE_BUILD_TYPE=Debug"
+	ctest --test-dir build-tsan --output-on-failure -j $(JOBS) -L unit
+
+run: build
+	scripts/run-dev.sh $(BUILD_DIR)
+
+clean:
+	rm -rf build build-asan build-tsan

@@ -1,0 +1,75 @@
+#include "server/Shell.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+
+#include "server/Log.h"
+
+namespace zorvik {
+namespace {
+
+// Output is read in pieces that fit a 128-byte buffer.
+constexpr size_t kReadBufferSize = 128;
+
+class RealBackend : public Shell::Backend {
+ public:
+  int system(const std::string& command) override { return std::system(command.c_str()); }
+
+  std::optional<std::string> capture(const std::string& command) override {
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) return std::nullopt;
+    std::string output;
+    char buffer[kReadBufferSize];
+    size_t got;
+    while ((got = fread(buffer, 1, sizeof(buffer) - 1, pipe)) > 0) output.append(buffer, got);
+    pclose(pipe);
+    return output;
+  }
+};
+
+std::mutex backendMutex;
+std::shared_ptr<Shell::Backend> backend;  // guarded by backendMutex; null means the real one
+
+std::shared_ptr<Shell::Backend> currentBackend() {
+  std::lock_guard<std::mutex> lock(backendMutex);
+  if (!backend) backend = std::make_shared<RealBackend>();
+  return backend;
+}
+
+}  // namespace
+
+int Shell::system(const std::string& command) { return currentBackend()->system(command); }
+
+std::optional<std::string> Shell::capture(const std::string& command) {
+  return currentBackend()->capture(command);
+}
+
+int Shell::runLogged(const char* module, int line, int level, const std::string& command) {
+  LogMessage(module, line, level).stream() << "system command: " << command;
+  const int result = system(command);
+  if (result != 0) LogMessage(module, line, kLogError).stream() << "system call error";
+  return result;
+}
+
+std::string Shell::quote(const std::string& text) {
+  std::string quoted = "'";
+  for (char c : text) {
+    if (c == '\'') {
+      quoted += "'\\''";
+    } else {
+      quoted += c;
+    }
+  }
+  quoted += '\'';
+  return quoted;
+}
+
+std::shared_ptr<Shell::Backend> Shell::setBackend(std::shared_ptr<Backend> replacement) {
+  std::lock_guard<std::mutex> lock(backendMutex);
+  std::shared_ptr<Backend> previous = std::move(backend);
+  backend = std::move(replacement);
+  return previous;
+}
+
+}  // namespace zorvik
