@@ -1,0 +1,122 @@
+// Scene: one user-defined automation, an id, a name, an ordered list of actions (JSON array
+// text) and an optional launch mode (JSON object text) that says what else starts it: a device
+// coming home, a device leaving, or a timer (kept in the AlarmObject part).
+//
+// A scene builds its Action objects from the actions text at the start of a run, runs them one
+// after another with their delays and blocking rules, and reports the end of a run through the
+// feed program when it has a launch mode.
+//
+// Ownership: scenes are always held by std::shared_ptr (the registry holds one owner). The
+// scene owns its actions through shared pointers; an action refers back to its scene weakly, and
+// the timer thread holds an owner of the action and of its scene while the action's handler runs,
+// so a scene stopped, re-run or dropped meanwhile is never freed under it.
+//
+// Threading: the recursive `mutex_` guards every field of the scene, the AlarmObject part
+// included. It is taken by the operations below on the RPC worker threads and by the action
+// callbacks on the timer thread; the action handlers themselves run without it.
+#ifndef ZORVIK_SCENE_SCENE_H_
+#define ZORVIK_SCENE_SCENE_H_
+
+#include <json-c/json.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "timer/AlarmObject.h"
+
+namespace zorvik {
+
+class Action;
+
+// The device-presence launch of a scene.
+struct HomeLaunch {
+  std::string mac;  // as given; compared ignoring letter case
+  bool goHome;      // true: starts on connect (go_home), false: on disconnect (leave_home)
+  bool enabled;
+};
+
+class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
+ public:
+  Scene();
+  Scene(int32_t id, std::string name, std::string actionsJson, std::string launchJson);
+  ~Scene() override;
+
+  // Drops every launch mode at once (the launch text becomes empty).
+  bool clearAlarm() override;
+  // Logs "Scene alarm event trigger" and runs the scene.
+  void onAlarm() override;
+
+  int32_t id() const;
+  void setId(int32_t id);
+  std::string name() const;
+  void setName(std::string name);
+  std::string actionsJson() const;
+  // Replaces the actions text; the actions are rebuilt at the start of the next run.
+  void setActionsJson(std::string actionsJson);
+  std::string launchJson() const;
+  // Replaces the launch text and re-reads the launch mode.
+  void setLaunchJson(std::string launchJson);
+  std::optional<HomeLaunch> homeLaunch() const;
+
+  // Rebuilds the launch data from the launch text.
+  void parseLaunch();
+  // Destroys every action.
+  void clearActions();
+  // Rebuilds the actions from the actions text.
+  void parseActions();
+  // A new JSON object describing the scene for replies; the caller owns it. `nowMs` is the
+  // current time in milliseconds since the epoch (a past one-time timer launch is left out).
+  json_object* toJson();
+  json_object* toJson(int64_t nowMs);
+
+  // Starts a run: 0, 3 (no valid action) or 3505 (already running).
+  uint32_t execute();
+  // Ends a run: kills pending action timers; handlers in progress are not interrupted.
+  void stop();
+  bool isProcessing() const;
+  uint32_t finishedCount() const;
+  size_t actionCount() const;
+  // The current actions, in order (a snapshot).
+  std::vector<std::shared_ptr<Action>> actions() const;
+
+  // Called by an action right after it armed its timer.
+  void onActionStarted(Action* action);
+  // Called by an action when its turn has come, before its work runs.
+  void onActionFinished(Action* action, bool report);
+  // Called on the timer thread when an action's timer fired: forgets the action's timer and
+  // reports it finished. False when the action's timer was killed meanwhile (nothing to do).
+  bool takeActionTurn(Action& action);
+  // The feed's status message: the scene name and its first action.
+  std::string buildStatusMessage() const;
+
+  // Runs the scene when its presence launch matches; true when it matched.
+  bool startByDeviceStatus(const std::string& mac, bool connected);
+  // The crontab tick: replays the timed actions due at this weekday and time of day.
+  void startByCrontab(int32_t week, const std::string& time);
+  void startByCrontab(int32_t week, const std::string& time, int64_t nowSeconds);
+  // Shifts "HH:MM" by a delay; writes the shifted time and returns the day offset, or -1.
+  static int32_t shiftTime(const std::string& time, int32_t delayMs, std::string& shifted);
+
+ private:
+  void runFeedCommand();                                  // mutex_ held
+  void replayAction(Action& action, const char* label);  // mutex_ held
+
+  mutable std::recursive_mutex mutex_;
+  std::vector<std::shared_ptr<Action>> actions_;  // guarded by mutex_
+  int32_t id_ = 0;                                // guarded by mutex_
+  std::string name_;                              // guarded by mutex_
+  std::string actionsJson_;                       // guarded by mutex_
+  std::string launchJson_;                        // guarded by mutex_
+  std::unique_ptr<HomeLaunch> homeLaunch_;        // guarded by mutex_
+  bool actionsDirty_ = true;                      // guarded by mutex_
+  bool processing_ = false;                       // guarded by mutex_
+  uint32_t finishedCount_ = 0;                    // guarded by mutex_
+};
+
+}  // namespace zorvik
+
+#endif  // ZORVIK_SCENE_SCENE_H_
