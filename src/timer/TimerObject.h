@@ -29,7 +29,9 @@ class TimerObject : public std::enable_shared_from_this<TimerObject> {
 
   // Arms a one-shot timer; refused with "object has existing timer" while one is pending.
   void startTimer(int32_t intervalMs);
-  // Cancels the pending timer; "object has not existing timer" when there is none.
+  // Cancels the pending timer; "object has not existing timer" when there is none. When the
+  // manager no longer holds the timer (it expired and its event is being delivered), the
+  // object remembers that the coming event was cancelled (see takeCancelledFiring).
   void killTimer();
   // True while a timer is pending.
   bool isRunning() const { return timerId_.load() != kNoTimer; }
@@ -38,8 +40,14 @@ class TimerObject : public std::enable_shared_from_this<TimerObject> {
   // Called on the timer thread when the timer expires. The base forgets the timer id.
   virtual void timerEvent() { timerId_.store(kNoTimer); }
 
+  // True once when killTimer() came too late: the timer had already expired and its event was
+  // on its way to timerEvent(). The event that arrives then is stale and must be ignored, even
+  // if the object has been armed again meanwhile (ids are reused). Reading clears the mark.
+  bool takeCancelledFiring() { return firingCancelled_.exchange(false); }
+
  private:
   std::atomic<int32_t> timerId_{kNoTimer};
+  std::atomic<bool> firingCancelled_{false};
 };
 
 }  // namespace zorvik
