@@ -92,6 +92,8 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   bool takeActionTurn(Action& action);
   // The feed's status message: the scene name and its first action.
   std::string buildStatusMessage() const;
+  // The command that reports a finished run to the feed program.
+  std::string feedCommand() const;
 
   // Runs the scene when its presence launch matches; true when it matched.
   bool startByDeviceStatus(const std::string& mac, bool connected);
@@ -102,8 +104,12 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   static int32_t shiftTime(const std::string& time, int32_t delayMs, std::string& shifted);
 
  private:
-  void runFeedCommand();                                  // mutex_ held
-  void replayAction(Action& action, const char* label);  // mutex_ held
+  // The helpers below run with mutex_ held.
+  void addActionsOf(size_t position, json_object* element);
+  void rebuildActionsIfDirty();
+  Action* successorOf(const Action& action) const;
+  bool isWeeklyTurn(const Action& action, int32_t week, const std::string& time);
+  void replayAction(Action& action, const char* label);
 
   mutable std::recursive_mutex mutex_;
   std::vector<std::shared_ptr<Action>> actions_;  // guarded by mutex_

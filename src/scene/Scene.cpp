@@ -1,0 +1,464 @@
+#include "scene/Scene.h"
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+
+#include "action/Action.h"
+#include "server/Log.h"
+#include "server/ResultCode.h"
+#include "server/Shell.h"
+
+namespace zorvik {
+namespace {
+
+constexpr char kFeedProgram[] = "/usr/sbin/vantpost ";
+constexpr int kStatusMessageType = 5;
+constexpr int64_t kCrontabWindowMs = 60000;
+constexpr int32_t kMsPerMinute = 60000;
+
+// How the special action types expand into router actions. A pair (second != nullptr) creates
+// a second, non-blocking action that runs "duration" milliseconds after the first finished.
+struct SpecialType {
+  const char* type;
+  const char* thirdParty;
+  const char* firstCommand;
+  const char* secondCommand;  // nullptr: one action only
+  bool needsExtra;
+  bool firstBlocks;
+};
+
+constexpr SpecialType kSpecialTypes[] = {
+    {"normal_wan_forbidden", "brelkrouter_group", "wan_block", "wan_unblock", true, true},
+    {"normal_wifi_down", "brelkrouter_group", "wifi_down", "wifi_up", true, true},
+    {"normal_shutdown", "brelkrouter_shutdown", "", nullptr, true, true},
+    {"normal_reboot", "brelkrouter_reboot", "", nullptr, false, false},
+};
+
+const SpecialType* findSpecialType(const std::string& type) {
+  for (const SpecialType& special : kSpecialTypes) {
+    if (type == special.type) return &special;
+  }
+  return nullptr;
+}
+
+// The member `key` of `object`; nullptr when it is absent or null.
+json_object* memberOf(json_object* object, const char* key) {
+  json_object* value = nullptr;
+  if (!json_object_object_get_ex(object, key, &value)) return nullptr;
+  return value;
+}
+
+// json-c's string form of a member, or `fallback` when it is absent.
+std::string stringMember(json_object* object, const char* key, const std::string& fallback = "") {
+  json_object* value = memberOf(object, key);
+  if (value == nullptr) return fallback;
+  const char* text = json_object_get_string(value);
+  return text == nullptr ? fallback : text;
+}
+
+bool startsWith(const std::string& text, const std::string& prefix) {
+  return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+bool containsDay(const std::vector<int32_t>& days, int32_t day) {
+  for (int32_t d : days) {
+    if (d == day) return true;
+  }
+  return false;
+}
+
+int64_t currentTimeMs() { return static_cast<int64_t>(time(nullptr)) * 1000; }
+
+}  // namespace
+
+Scene::Scene() : Scene(0, "", "", "") {}
+
+Scene::Scene(int32_t id, std::string name, std::string actionsJson, std::string launchJson)
+    : id_(id),
+      name_(std::move(name)),
+      actionsJson_(std::move(actionsJson)),
+      launchJson_(std::move(launchJson)) {
+  parseLaunch();
+}
+
+Scene::~Scene() = default;
+
+bool Scene::clearAlarm() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  launchJson_.clear();
+  parseLaunch();
+  return true;
+}
+
+void Scene::onAlarm() {
+  ZLOG(kLogInfo) << "Scene alarm event trigger";
+  execute();
+}
+
+int32_t Scene::id() const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return id_;
+}
+
+void Scene::setId(int32_t id) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  id_ = id;
+}
+
+std::string Scene::name() const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return name_;
+}
+
+void Scene::setName(std::string name) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  name_ = std::move(name);
+}
+
+std::string Scene::actionsJson() const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return actionsJson_;
+}
+
+void Scene::setActionsJson(std::string actionsJson) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  actionsJson_ = std::move(actionsJson);
+  actionsDirty_ = true;
+}
+
+std::string Scene::launchJson() const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return launchJson_;
+}
+
+void Scene::setLaunchJson(std::string launchJson) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  launchJson_ = std::move(launchJson);
+  parseLaunch();
+}
+
+std::optional<HomeLaunch> Scene::homeLaunch() const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (!homeLaunch_) return std::nullopt;
+  return *homeLaunch_;
+}
+
+void Scene::parseLaunch() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  homeLaunch_.reset();
+  setAlarmText("");
+  if (launchJson_.empty()) return;
+
+  json_object* root = json_tokener_parse(launchJson_.c_str());
+  if (root == nullptr) {
+    ZLOG(kLogInfo) << "Scene launch not json format";
+    return;
+  }
+  json_object* value = nullptr;
+  const bool goHome = json_object_object_get_ex(root, "go_home", &value);
+  if (goHome || json_object_object_get_ex(root, "leave_home", &value)) {
+    json_object* mac = value == nullptr ? nullptr : memberOf(value, "mac");
+    if (mac == nullptr) {
+      ZLOG(kLogError) << (goHome ? "Scene go_home mac NULL" : "Scene leave_home mac NULL");
+    } else {
+      json_object* enabled = memberOf(value, "enabled");
+      homeLaunch_.reset(new HomeLaunch{json_object_get_string(mac), goHome,
+                                       enabled == nullptr || json_object_get_boolean(enabled)});
+    }
+  } else if (json_object_object_get_ex(root, "timer", &value)) {
+    setAlarmText(json_object_to_json_string(value));
+  } else {
+    ZLOG(kLogError) << "Scene launch mode format error";
+    launchJson_.clear();
+  }
+  json_object_put(root);
+}
+
+void Scene::clearActions() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  actions_.clear();
+}
+
+void Scene::parseActions() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  json_object* root = json_tokener_parse(actionsJson_.c_str());
+  if (root == nullptr) {
+    ZLOG(kLogError) << "Scene actions not json format";
+  } else if (!json_object_is_type(root, json_type_array)) {
+    ZLOG(kLogError) << "Scene actions not json array";
+  } else if (json_object_array_length(root) == 0) {
+    ZLOG(kLogInfo) << "Scene actions length is 0";
+  } else {
+    const size_t length = json_object_array_length(root);
+    for (size_t i = 0; i < length; ++i) addActionsOf(i, json_object_array_get_idx(root, i));
+  }
+  if (root != nullptr) json_object_put(root);
+  actionsDirty_ = false;
+}
+
+void Scene::addActionsOf(size_t position, json_object* element) {
+  if (element == nullptr) {
+    ZLOG(kLogError) << "Scene actions[" << position << "] is null";
+    return;
+  }
+  json_object* thirdPartyValue = memberOf(element, "thirdParty");
+  json_object* typeValue = memberOf(element, "type");
+  if (thirdPartyValue == nullptr || typeValue == nullptr) {
+    ZLOG(kLogError) << "Scene actions[" << position << "] thirdParty or type is null";
+    return;
+  }
+  const std::string thirdParty = json_object_get_string(thirdPartyValue);
+  const std::string type = json_object_get_string(typeValue);
+  if (thirdParty.empty() || type.empty()) {
+    ZLOG(kLogError) << "Scene actions[" << position << "] thirdParty or type is empty";
+    return;
+  }
+  const std::string name = stringMember(element, "name");
+  const std::string keyName = stringMember(element, "keyName");
+  const std::string payload = stringMember(element, "payload");
+  json_object* delayValue = memberOf(element, "delay");
+  const int32_t delay = delayValue == nullptr ? 0 : json_object_get_int(delayValue);
+  json_object* blockValue = memberOf(element, "block");
+  const bool block = blockValue == nullptr || json_object_get_boolean(blockValue);
+
+  auto append = [&](const std::string& actionThirdParty, int32_t actionDelay, bool actionBlock,
+                    const std::string& extra, const std::string& command) {
+    actions_.push_back(std::make_shared<Action>(
+        weak_from_this(), static_cast<uint32_t>(actions_.size()), actionThirdParty, type, name,
+        keyName, payload, actionDelay, actionBlock, extra, command));
+  };
+
+  const SpecialType* special = findSpecialType(type);
+  if (special == nullptr) {
+    append(thirdParty, delay, block, "", "");
+    return;
+  }
+  std::string extra;
+  int32_t duration = 0;
+  if (special->needsExtra) {
+    json_object* extraValue = memberOf(element, "extra");
+    if (extraValue == nullptr) {
+      ZLOG(kLogError) << "Scene actions[" << position << "] special type extra is null";
+      return;
+    }
+    if (special->secondCommand != nullptr) {
+      json_object* durationValue = memberOf(extraValue, "duration");
+      if (durationValue == nullptr) {
+        ZLOG(kLogError) << "Scene actions[" << position
+                        << "] special type extra duration is null";
+        return;
+      }
+      duration = json_object_get_int(durationValue);
+    }
+    extra = json_object_get_string(extraValue);
+  }
+  append(special->thirdParty, delay, special->firstBlocks, extra, special->firstCommand);
+  if (special->secondCommand != nullptr) {
+    append(special->thirdParty, duration, false, extra, special->secondCommand);
+  }
+}
+
+json_object* Scene::toJson() { return toJson(currentTimeMs()); }
+
+json_object* Scene::toJson(int64_t nowMs) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  json_object* object = json_object_new_object();
+  json_object_object_add(object, "id", json_object_new_int(id_));
+  json_object_object_add(object, "name", json_object_new_string(name_.c_str()));
+
+  json_object* actions = json_tokener_parse(actionsJson_.c_str());
+  if (actions != nullptr && json_object_is_type(actions, json_type_array)) {
+    json_object_object_add(object, "action_list", actions);
+  } else if (actions != nullptr) {
+    json_object_put(actions);
+  }
+
+  if (!launchJson_.empty()) {
+    json_object* launch = json_tokener_parse(launchJson_.c_str());
+    const int64_t fireTime = utcTime();
+    const bool pastOnce = fireTime > 0 && fireTime < nowMs;
+    if (launch != nullptr && !pastOnce) {
+      json_object_object_add(object, "launch", launch);
+    } else if (launch != nullptr) {
+      json_object_put(launch);
+    }
+  }
+  return object;
+}
+
+uint32_t Scene::execute() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (processing_) return kSceneIsProcessing;
+  finishedCount_ = 0;
+  processing_ = true;
+  rebuildActionsIfDirty();
+  ZLOG(kLogInfo) << "Scene action size is " << actions_.size();
+  if (actions_.empty()) {
+    processing_ = false;
+    return kParameterFormatError;
+  }
+  return actions_.front()->execute();
+}
+
+void Scene::rebuildActionsIfDirty() {
+  if (!actionsDirty_) return;
+  ZLOG(kLogInfo) << "Scene actions dirty";
+  clearActions();
+  parseActions();
+}
+
+void Scene::stop() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (!processing_) return;
+  for (const std::shared_ptr<Action>& action : actions_) {
+    if (action->isRunning()) action->killTimer();
+  }
+  processing_ = false;
+  finishedCount_ = 0;
+}
+
+bool Scene::isProcessing() const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return processing_;
+}
+
+uint32_t Scene::finishedCount() const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return finishedCount_;
+}
+
+size_t Scene::actionCount() const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return actions_.size();
+}
+
+std::vector<std::shared_ptr<Action>> Scene::actions() const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return actions_;
+}
+
+Action* Scene::successorOf(const Action& action) const {
+  const size_t next = action.index() + 1;
+  return next < actions_.size() ? actions_[next].get() : nullptr;
+}
+
+void Scene::onActionStarted(Action* action) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  Action* next = successorOf(*action);
+  if (next != nullptr && !action->block()) next->execute();
+}
+
+void Scene::onActionFinished(Action* action, bool report) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  Action* next = successorOf(*action);
+  if (next != nullptr && action->block()) next->execute();
+  ++finishedCount_;
+  if (finishedCount_ != actions_.size()) return;
+  if (report) ZSHELL_RUN(kLogInfo, feedCommand());
+  processing_ = false;
+}
+
+bool Scene::takeActionTurn(Action& action) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const bool cancelled = action.takeCancelledFiring();
+  if (cancelled || !action.isRunning()) return false;
+  action.TimerObject::timerEvent();
+  onActionFinished(&action, !launchJson_.empty());
+  return true;
+}
+
+std::string Scene::buildStatusMessage() const {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  json_object* list = json_object_new_array();
+  if (!actions_.empty()) {
+    json_object* first = json_object_new_object();
+    json_object_object_add(first, "name", json_object_new_string(actions_[0]->name().c_str()));
+    json_object_object_add(first, "keyName",
+                           json_object_new_string(actions_[0]->keyName().c_str()));
+    json_object_array_add(list, first);
+  }
+  json_object* data = json_object_new_object();
+  json_object_object_add(data, "name", json_object_new_string(name_.c_str()));
+  json_object_object_add(data, "list", list);
+  json_object* message = json_object_new_object();
+  json_object_object_add(message, "type", json_object_new_int(kStatusMessageType));
+  json_object_object_add(message, "data", data);
+  std::string text = json_object_to_json_string(message);
+  json_object_put(message);
+  return text;
+}
+
+std::string Scene::feedCommand() const {
+  // The message travels as one single-quoted word; a quote in a scene name cannot end it.
+  return kFeedProgram + Shell::quote(buildStatusMessage());
+}
+
+bool Scene::startByDeviceStatus(const std::string& mac, bool connected) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (!homeLaunch_ || !homeLaunch_->enabled) return false;
+  const std::string& expected = homeLaunch_->mac;
+  if (mac.size() != expected.size()) return false;
+  for (size_t i = 0; i < mac.size(); ++i) {
+    if (std::toupper(static_cast<unsigned char>(mac[i])) !=
+        std::toupper(static_cast<unsigned char>(expected[i]))) {
+      return false;
+    }
+  }
+  if (homeLaunch_->goHome != connected) return false;
+  execute();
+  return true;
+}
+
+void Scene::startByCrontab(int32_t week, const std::string& time) {
+  startByCrontab(week, time, static_cast<int64_t>(::time(nullptr)));
+}
+
+void Scene::startByCrontab(int32_t week, const std::string& time, int64_t nowSeconds) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  rebuildActionsIfDirty();
+  if (isEnabled() && !actions_.empty()) {
+    for (const std::shared_ptr<Action>& action : actions_) {
+      if (isWeeklyTurn(*action, week, time)) replayAction(*action, "execute1: ");
+    }
+  }
+  if (isEnabled() && !alarmText().empty() && utcTime() > 0) {
+    for (const std::shared_ptr<Action>& action : actions_) {
+      const uint64_t late =
+          static_cast<uint64_t>(nowSeconds * 1000 - utcTime() - action->delay());
+      if (late < static_cast<uint64_t>(kCrontabWindowMs)) replayAction(*action, "execute1 once: ");
+    }
+  }
+}
+
+bool Scene::isWeeklyTurn(const Action& action, int32_t week, const std::string& time) {
+  const int32_t delay = action.delay();
+  const std::string& alarmTime = this->time();
+  if (delay < kMsPerMinute) return startsWith(alarmTime, time) && containsDay(repeat(), week);
+  std::string shifted;
+  const int32_t dayOffset = shiftTime(alarmTime, delay, shifted);
+  if (dayOffset < 0 || !startsWith(shifted, time)) return false;
+  return containsDay(repeat(), (week + 7 - dayOffset) % 7);
+}
+
+void Scene::replayAction(Action& action, const char* label) {
+  ZLOG(kLogInfo) << label << action.name() << " " << time() << " " << action.delay() << "ms";
+  action.runByCrontab();
+}
+
+int32_t Scene::shiftTime(const std::string& time, int32_t delayMs, std::string& shifted) {
+  const size_t colon = time.find(':');
+  if (colon == std::string::npos) return -1;
+  const size_t nextColon = time.find(':', colon + 1);
+  const std::string minutesPart = time.substr(colon + 1, nextColon - colon - 1);
+  int32_t hours = atoi(time.substr(0, colon).c_str());
+  const int32_t minutes = atoi(minutesPart.c_str()) + delayMs / kMsPerMinute;
+  hours += minutes / 60;
+  char text[32];
+  snprintf(text, sizeof(text), "%02d:%02d", hours % 24, minutes % 60);
+  shifted = text;
+  return (hours / 24) % 7;
+}
+
+}  // namespace zorvik
