@@ -1,0 +1,148 @@
+#include "action/RouterCommand.h"
+
+#include <json-c/json.h>
+
+#include <cctype>
+#include <memory>
+#include <optional>
+#include <thread>
+
+#include "action/Action.h"
+#include "server/Log.h"
+#include "server/Shell.h"
+
+namespace zorvik {
+namespace {
+
+// The router commands. The wan commands name a client by MAC and set its internet access
+// ("no" blocks it); the Wi-Fi commands have a fixed line.
+struct RouterLine {
+  const char* command;
+  const char* wanAccess;  // null for the commands that take no MAC
+  const char* fixedLine;  // null for the wan commands
+};
+
+const RouterLine kRouterLines[] = {
+    {"wan_block", "no", nullptr},
+    {"wan_unblock", "yes", nullptr},
+    {"wifi_down", nullptr, "/sbin/wifi down"},
+    {"wifi_up", nullptr, "/sbin/wifi"},
+};
+
+constexpr char kMacFilterSet[] = "/usr/sbin/teldra macfilter set mac=";
+constexpr char kMacFilterCommit[] = ";/usr/sbin/teldra macfilter commit";
+constexpr char kShutdownLine[] = "/usr/sbin/qumbe 2 ";
+constexpr char kRebootLine[] = "reboot_safe.sh";
+constexpr int kMillisecondsPerMinute = 60000;
+
+constexpr char kMacKey[] = "mac";
+constexpr char kCommandKey[] = "command";
+constexpr char kDurationKey[] = "duration";
+
+using JsonObject = std::unique_ptr<json_object, decltype(&json_object_put)>;
+
+// Null when `text` is not JSON (json-c also reads "null" as a failure).
+JsonObject parseJson(const std::string& text) {
+  return JsonObject(json_tokener_parse(text.c_str()), &json_object_put);
+}
+
+// The member `key` of `object`, or null when it is absent or JSON null (which has no text).
+json_object* memberOf(json_object* object, const char* key) {
+  json_object* value = nullptr;
+  if (!json_object_object_get_ex(object, key, &value)) return nullptr;
+  return value;
+}
+
+// json-c's string form of a present member: the text of a string, the JSON text of others.
+std::string textOf(json_object* value) { return json_object_get_string(value); }
+
+const RouterLine* findRouterLine(const std::string& command) {
+  for (const RouterLine& entry : kRouterLines) {
+    if (command == entry.command) return &entry;
+  }
+  return nullptr;
+}
+
+void runRouterLine(const std::string& line) {
+  Shell::runLogged(kActionLogModule, __LINE__, kLogError, line);
+}
+
+// Runs the line of `entry`; the wan commands take their MAC from `source`, and without one
+// log `missingMac` instead. A MAC that could change the command line runs nothing.
+void runCommandWithMacFrom(const RouterLine& entry, json_object* source, const char* missingMac) {
+  if (entry.wanAccess == nullptr) {
+    runRouterLine(entry.fixedLine);
+    return;
+  }
+  json_object* macValue = memberOf(source, kMacKey);
+  if (macValue == nullptr) {
+    ZLOG_AS(kActionLogModule, kLogError) << missingMac;
+    return;
+  }
+  const std::string mac = textOf(macValue);
+  if (!RouterCommand::isSafeMac(mac)) {
+    ZLOG_AS(kActionLogModule, kLogError) << "brelk router mac is invalid: " << mac;
+    return;
+  }
+  runRouterLine(kMacFilterSet + mac + " wan=" + entry.wanAccess + kMacFilterCommit);
+}
+
+}  // namespace
+
+bool RouterCommand::isSafeMac(const std::string& mac) {
+  for (unsigned char c : mac) {
+    if (!std::isxdigit(c) && c != ':' && c != '-') return false;
+  }
+  return true;
+}
+
+void RouterCommand::doRouterCommand(const std::string& payload) {
+  JsonObject json = parseJson(payload);
+  if (!json) {
+    ZLOG_AS(kActionLogModule, kLogError) << "brelk router payload is not json format";
+    return;
+  }
+  json_object* command = memberOf(json.get(), kCommandKey);
+  if (command == nullptr) {
+    ZLOG_AS(kActionLogModule, kLogError) << "brelk router payload not contain command";
+    return;
+  }
+  const RouterLine* entry = findRouterLine(textOf(command));
+  if (entry == nullptr) return;
+  runCommandWithMacFrom(*entry, json.get(), "brelk router payload not contain mac");
+}
+
+void RouterCommand::doRouterGroup(const std::string& command, const std::string& extra) {
+  JsonObject json = parseJson(extra);
+  if (!json) {
+    ZLOG_AS(kActionLogModule, kLogError) << "brelk router group extra is not json format";
+    return;
+  }
+  const RouterLine* entry = findRouterLine(command);
+  if (entry == nullptr) return;
+  runCommandWithMacFrom(*entry, json.get(),
+                        "brelk router group extra not contain mac for wan block or unblock");
+}
+
+void RouterCommand::doRouterShutdown(const std::string& extra) {
+  JsonObject json = parseJson(extra);
+  if (!json) {
+    ZLOG_AS(kActionLogModule, kLogError) << "brelk router shutdown extra is not json format";
+    return;
+  }
+  json_object* duration = memberOf(json.get(), kDurationKey);
+  if (duration == nullptr) {
+    ZLOG_AS(kActionLogModule, kLogError)
+        << "brelk router shutdown extra not contain duration for shutdown";
+    return;
+  }
+  std::thread(&RouterCommand::shutdownWorker, json_object_get_int(duration)).detach();
+}
+
+void RouterCommand::shutdownWorker(int durationMs) {
+  runRouterLine(kShutdownLine + std::to_string(durationMs / kMillisecondsPerMinute));
+}
+
+void RouterCommand::doRouterReboot() { runRouterLine(kRebootLine); }
+
+}  // namespace zorvik
