@@ -39,8 +39,8 @@ class AlarmObject {
   int64_t getNextAlarm(const boost::posix_time::ptime& localNow);
 
   // The parsed parts (each parses first when the text changed).
-  int64_t utcTime();                    // instant of a once alarm in ms since the epoch, or -1
-  const std::string& time();            // time of day of a weekly alarm as written
+  int64_t utcTime();                     // instant of a once alarm in ms since the epoch, or -1
+  const std::string& time();             // time of day of a weekly alarm as written
   const std::vector<int32_t>& repeat();  // weekdays 0..6 of a weekly alarm
 
   const std::string& alarmText() const { return alarmText_; }

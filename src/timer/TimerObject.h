@@ -5,7 +5,8 @@
 // first, which forgets the id. A timer only fires for an object that is owned by a
 // std::shared_ptr: the manager keeps a weak owner of the receiver and holds a strong one while
 // timerEvent() runs, so an object dropped by its owner never receives a late event and is never
-// destroyed while its handler runs.
+// destroyed while its handler runs. Arming a timer on an object that no std::shared_ptr owns is a
+// programming error (asserted in debug builds; in release builds its timer is dropped unfired).
 //
 // Threading: timerId is atomic, so the timer thread and other threads may look at it freely;
 // the owner must still not call startTimer() or killTimer() concurrently on one object.

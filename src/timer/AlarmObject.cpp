@@ -1,0 +1,248 @@
+#include "timer/AlarmObject.h"
+
+#include <json-c/json.h>
+#include <sys/time.h>
+
+#include <algorithm>
+#include <boost/date_time/posix_time/posix_time.hpp>
+#include <cstdlib>
+#include <ctime>
+#include <optional>
+#include <stdexcept>
+
+#include "server/Log.h"
+
+namespace zorvik {
+namespace {
+
+namespace pt = boost::posix_time;
+namespace gr = boost::gregorian;
+
+const char kTimeKey[] = "time";
+const char kRepeatKey[] = "repeat";
+const char kUtcTimeKey[] = "utc_time";
+const char kEnabledKey[] = "enabled";
+const char kRepeatSeparator = ',';
+constexpr int64_t kNoUtcTime = -1;
+constexpr int64_t kNoAlarm = -1;
+constexpr int64_t kMillisPerSecond = 1000;
+constexpr int64_t kMicrosPerMilli = 1000;
+constexpr int kDaysPerWeek = 7;
+// Both 0 and 7 name Sunday; 0 is what the alarm keeps.
+constexpr int32_t kSundayAlias = 7;
+constexpr int32_t kSunday = 0;
+constexpr unsigned kSaturday = 6;
+
+// The string form of a key's value, or "" for a JSON null.
+std::string stringOf(json_object* value) {
+  const char* text = json_object_get_string(value);
+  return text == nullptr ? std::string() : std::string(text);
+}
+
+// Splits at every separator, keeping empty pieces.
+std::vector<std::string> splitKeepingEmpty(const std::string& text, char separator) {
+  std::vector<std::string> pieces;
+  size_t start = 0;
+  for (;;) {
+    const size_t end = text.find(separator, start);
+    pieces.push_back(text.substr(start, end - start));
+    if (end == std::string::npos) return pieces;
+    start = end + 1;
+  }
+}
+
+// The weekday a repeat piece names, or nothing when it names none. Empty and non-numeric pieces
+// read as 0, Sunday.
+std::optional<int32_t> weekdayOf(const std::string& piece) {
+  int32_t day = std::atoi(piece.c_str());
+  if (day == kSundayAlias) day = kSunday;
+  if (static_cast<unsigned>(day) > kSaturday) return std::nullopt;
+  return day;
+}
+
+// The local time of a calendar breakdown plus some microseconds.
+pt::ptime ptimeOf(const struct tm& local, int64_t microseconds) {
+  const gr::date day(static_cast<unsigned short>(local.tm_year + 1900),
+                     static_cast<unsigned short>(local.tm_mon + 1),
+                     static_cast<unsigned short>(local.tm_mday));
+  return pt::ptime(day, pt::hours(local.tm_hour) + pt::minutes(local.tm_min) +
+                            pt::seconds(local.tm_sec) + pt::microseconds(microseconds));
+}
+
+// The local time of `seconds` since the epoch.
+pt::ptime localTimeOf(time_t seconds, int64_t microseconds) {
+  struct tm local;
+  if (localtime_r(&seconds, &local) == nullptr) {
+    throw std::out_of_range("alarm instant out of range");
+  }
+  return ptimeOf(local, microseconds);
+}
+
+int64_t millisecondsOf(const pt::time_duration& duration) {
+  return duration.total_microseconds() / kMicrosPerMilli;
+}
+
+// Today at 00:00, `days` later, at `timeOfDay`.
+pt::ptime weeklyFiring(const pt::ptime& now, int days, const pt::time_duration& timeOfDay) {
+  return pt::ptime(now.date()) + gr::days(days) + timeOfDay;
+}
+
+}  // namespace
+
+bool AlarmObject::clearAlarm() {
+  alarmText_.clear();
+  dirty_ = true;
+  return true;
+}
+
+void AlarmObject::setAlarmText(const std::string& text) {
+  alarmText_ = text;
+  dirty_ = true;
+}
+
+void AlarmObject::parseIfDirty() {
+  if (!dirty_) return;
+  utcTime_ = kNoUtcTime;
+  time_.clear();
+  enabled_ = true;
+  repeat_.clear();
+  dirty_ = false;
+  if (alarmText_.empty()) return;
+
+  json_object* root = json_tokener_parse(alarmText_.c_str());
+  if (root == nullptr) {
+    ZLOG(kLogInfo) << "Alarm timer not json format";
+    return;
+  }
+  json_object* value = nullptr;
+  if (json_object_object_get_ex(root, kTimeKey, &value)) time_ = stringOf(value);
+  ZLOG(kLogInfo) << "Alarm timer time: " << time_;
+
+  if (json_object_object_get_ex(root, kRepeatKey, &value)) {
+    const std::string repeat = stringOf(value);
+    if (!repeat.empty()) {
+      for (const std::string& piece : splitKeepingEmpty(repeat, kRepeatSeparator)) {
+        if (const std::optional<int32_t> day = weekdayOf(piece)) repeat_.push_back(*day);
+      }
+    }
+    ZLOG(kLogInfo) << "Alarm timer repeat: " << repeat;
+  }
+
+  if (json_object_object_get_ex(root, kUtcTimeKey, &value)) {
+    utcTime_ = json_object_get_int64(value);
+  }
+  ZLOG(kLogInfo) << "Alarm timer utc_time: " << utcTime_;
+
+  if (json_object_object_get_ex(root, kEnabledKey, &value)) {
+    enabled_ = json_object_get_boolean(value) != 0;
+  }
+  ZLOG(kLogInfo) << "Alarm timer enabled: " << (enabled_ ? 1 : 0);
+  json_object_put(root);
+}
+
+bool AlarmObject::isEnabled() {
+  parseIfDirty();
+  return enabled_;
+}
+
+bool AlarmObject::isOnce() {
+  if (alarmText_.empty()) return false;
+  parseIfDirty();
+  return utcTime_ > 0;
+}
+
+bool AlarmObject::isPeriod() {
+  if (alarmText_.empty()) return false;
+  parseIfDirty();
+  return !time_.empty() && !repeat_.empty();
+}
+
+bool AlarmObject::isValid() {
+  if (alarmText_.empty()) return false;
+  return isOnce() || isPeriod();
+}
+
+int64_t AlarmObject::utcTime() {
+  parseIfDirty();
+  return utcTime_;
+}
+
+const std::string& AlarmObject::time() {
+  parseIfDirty();
+  return time_;
+}
+
+const std::vector<int32_t>& AlarmObject::repeat() {
+  parseIfDirty();
+  return repeat_;
+}
+
+pt::ptime AlarmObject::localNow() {
+  struct timeval now;
+  gettimeofday(&now, nullptr);
+  return localTimeOf(now.tv_sec, now.tv_usec);
+}
+
+int64_t AlarmObject::getFirstAlarm() { return getFirstAlarm(localNow()); }
+
+int64_t AlarmObject::getNextAlarm() { return getNextAlarm(localNow()); }
+
+int64_t AlarmObject::getFirstAlarm(const pt::ptime& now) {
+  ZLOG(kLogInfo) << "get first alarm ";
+  if (!isEnabled()) return kNoAlarm;
+  if (!isValid()) return kNoAlarm;
+  if (isOnce()) {
+    // The millisecond remainder of the instant is dropped.
+    const pt::ptime next = localTimeOf(static_cast<time_t>(utcTime_ / kMillisPerSecond), 0);
+    const pt::time_duration diff = next - now;
+    const int64_t result = diff.is_negative() ? kNoAlarm : millisecondsOf(diff);
+    ZLOG(kLogInfo) << "once alarm, now: " << now;
+    ZLOG(kLogInfo) << "once alarm, next: " << next;
+    ZLOG(kLogInfo) << "once alarm, " << diff << ", milliseconds=" << result;
+    return result;
+  }
+
+  const pt::time_duration timeOfDay = pt::duration_from_string(time_);
+  const int weekday = now.date().day_of_week().as_number();
+  // An alarm due today counts when its time of day has not passed yet; exactly now is due now.
+  const bool passedToday = timeOfDay < now.time_of_day();
+  int minDuration = kDaysPerWeek;
+  for (const int32_t day : repeat_) {
+    int candidate = day - weekday;
+    if (candidate < 0) candidate += kDaysPerWeek;
+    if (candidate == 0 && passedToday) candidate = kDaysPerWeek;
+    minDuration = std::min(minDuration, candidate);
+  }
+  ZLOG(kLogInfo) << "period alarm, minDuration=" << minDuration;
+  const pt::ptime next = weeklyFiring(now, minDuration, timeOfDay);
+  const pt::time_duration diff = next - now;
+  const int64_t result = millisecondsOf(diff);
+  ZLOG(kLogInfo) << "period alarm, now: " << now;
+  ZLOG(kLogInfo) << "period alarm next: " << next;
+  ZLOG(kLogInfo) << "period alarm, " << diff << ", milliseconds=" << result;
+  return result;
+}
+
+int64_t AlarmObject::getNextAlarm(const pt::ptime& now) {
+  ZLOG(kLogInfo) << "get next alarm ";
+  if (!isEnabled()) return kNoAlarm;
+  if (!isPeriod()) return kNoAlarm;
+  const int weekday = now.date().day_of_week().as_number();
+  // Right after a firing today's weekday counts as a week away, so no alarm fires twice a day.
+  int minDuration = kDaysPerWeek;
+  for (const int32_t day : repeat_) {
+    int candidate = day - weekday;
+    if (candidate <= 0) candidate += kDaysPerWeek;
+    minDuration = std::min(minDuration, candidate);
+  }
+  ZLOG(kLogInfo) << "period alarm, minDuration=" << minDuration;
+  const pt::ptime next = weeklyFiring(now, minDuration, pt::duration_from_string(time_));
+  const pt::time_duration diff = next - now;
+  const int64_t result = millisecondsOf(diff);
+  ZLOG(kLogInfo) << "period alarm, now: " << now;
+  ZLOG(kLogInfo) << "period alarm, next: " << next;
+  ZLOG(kLogInfo) << "period alarm, " << diff << ", milliseconds=" << result;
+  return result;
+}
+
+}  // namespace zorvik

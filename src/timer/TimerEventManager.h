@@ -1,0 +1,126 @@
+// TimerEventManager: the daemon's one timer service.
+//
+// Keeps every pending one-shot timer in a list sorted by wall-clock expiry and runs one thread
+// that sleeps in select() until the earliest timer is due or another thread wakes it through a
+// self-pipe. Each pass of the thread fires at most one due timer by calling its receiver's
+// timerEvent(). Timers are armed and cancelled through TimerObject, which owns the timer id.
+//
+// Ownership: the manager owns its TimerInfo records. A record refers to its receiver weakly (the
+// receiver must be owned by a std::shared_ptr); when the timer fires, the thread holds a strong
+// owner of the receiver for the duration of timerEvent(), and a receiver that is already gone is
+// dropped without an event. The raw receiver pointer is kept for identity only, never followed.
+//
+// Threading: `mutex_` guards the list and its records. It is released before select() and
+// before timerEvent() is called, so a receiver may take locks of its own and may arm or cancel
+// timers from inside timerEvent(). The in-select flag is atomic and read without the lock.
+// getInstance() is the process-wide manager, never destroyed; startThread() gives it its
+// thread. Other instances (tests) have no thread of their own: their passes are driven by the
+// caller, and an instance must not be destroyed while a thread is inside one of its passes.
+#ifndef ZORVIK_TIMER_TIMEREVENTMANAGER_H_
+#define ZORVIK_TIMER_TIMEREVENTMANAGER_H_
+
+#include <sys/select.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+namespace zorvik {
+
+class TimerObject;
+
+class TimerEventManager {
+ public:
+  // A wall-clock instant or an interval as (seconds, microseconds). Expiries keep the sum of
+  // the two microsecond parts without carrying, so they may reach 1998999 microseconds.
+  struct TimeValue {
+    int64_t seconds;
+    int64_t microseconds;
+  };
+
+  // One pending timer.
+  struct TimerInfo {
+    int32_t id;
+    TimeValue interval;
+    TimeValue expiry;
+    std::weak_ptr<TimerObject> receiver;
+    const TimerObject* receiverIdentity;  // for comparisons only
+  };
+
+  // The source of wall-clock time; the default reads gettimeofday().
+  using Clock = std::function<TimeValue()>;
+
+  explicit TimerEventManager(Clock clock = Clock());
+  TimerEventManager(const TimerEventManager&) = delete;
+  TimerEventManager& operator=(const TimerEventManager&) = delete;
+  ~TimerEventManager();
+
+  // The process-wide manager, created on first use and never destroyed.
+  static TimerEventManager* getInstance();
+  // Starts the detached timer thread of the process-wide manager; later calls do nothing.
+  static void startThread();
+
+  // Arms a one-shot timer `intervalMs` from now for `receiver`, which must be owned by a
+  // std::shared_ptr. Returns the timer id.
+  int32_t addTimer(int32_t intervalMs, TimerObject* receiver);
+  // Removes the timer with this id, whoever it belongs to.
+  void killTimer(int32_t id);
+  // Removes the timer with this id only when it belongs to `receiver`: ids are handed out again
+  // once a timer is gone, so an id a receiver still remembers may name another object's timer.
+  void killTimer(int32_t id, const TimerObject* receiver);
+  // Removes every timer of `receiver`.
+  void killReceiverTimers(const TimerObject* receiver);
+
+  // The thread body: passes forever.
+  void run();
+  // One pass: waits until the head timer is due or a wake-up comes, then fires at most one.
+  void processNextEvent();
+  // Fires the head timer when it is due.
+  void activateTimers();
+  // Writes the wake-up bytes to the self-pipe.
+  void wakeUp();
+
+  // -1, 0 or 1 as (s1, us1) is earlier than, equal to or later than (s2, us2).
+  static int compareTime(int64_t s1, int64_t us1, int64_t s2, int64_t us2);
+  // The clock's time with the microseconds brought into 0..999999.
+  TimeValue currentTime() const;
+
+  // A copy of the pending timers in firing order.
+  std::vector<TimerInfo> pendingTimers() const;
+  // True while the thread is inside select().
+  bool inSelect() const { return inSelect_.load(); }
+
+ private:
+  friend class TimerObject;
+
+  // addTimer that also stores the id in `idSlot` before the lock is released, so that a timer
+  // firing at once on the timer thread can never find the id not yet stored.
+  int32_t addTimer(int32_t intervalMs, TimerObject* receiver, std::atomic<int32_t>* idSlot);
+
+  int32_t nextTimerId() const;       // mutex_ held
+  void insertTimer(TimerInfo info);  // mutex_ held
+  // The select() timeout for the head timer, or none when the list is empty.
+  std::optional<TimeValue> computeTimeout();
+  // Removes the records matching `matches`, at most one unless `all`; true when any was.
+  bool removeTimers(const std::function<bool(const TimerInfo&)>& matches, bool all);
+  void wakeUpIfInSelect();
+  // Waits on the pipe; the result of select().
+  int waitForEvent(const std::optional<TimeValue>& timeout, fd_set* readSet);
+
+  const Clock clock_;
+  int readFd_ = -1;
+  int writeFd_ = -1;
+  int maxFd_ = -1;  // -1 when there is no pipe
+  mutable std::recursive_mutex mutex_;
+  std::list<TimerInfo> timers_;  // guarded by mutex_, sorted by expiry
+  std::atomic<bool> inSelect_{false};
+};
+
+}  // namespace zorvik
+
+#endif  // ZORVIK_TIMER_TIMEREVENTMANAGER_H_
