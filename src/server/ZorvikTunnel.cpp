@@ -1,5 +1,11 @@
 #include "server/ZorvikTunnel.h"
 
+#include <cstdint>
+#include <ctime>
+#include <memory>
+
+#include "scene/SceneManager.h"
+#include "server/Log.h"
 #include "server/ResultCode.h"
 
 namespace zorvik {
@@ -25,11 +31,210 @@ constexpr ResultMessage kResultMessages[] = {
     {kSceneHasNoHomeLaunch, "scene has not home launch mode"},
 };
 
+// The id handed to addScene when the caller gives none: the manager then picks the next free one.
+constexpr int32_t kNoSceneId = -1;
+
+struct JsonDeleter {
+  void operator()(json_object* object) const { json_object_put(object); }
+};
+using JsonDocument = std::unique_ptr<json_object, JsonDeleter>;
+
+// The member `key` of `request`, or null when it is absent or JSON null (json-c keeps a null
+// value as no object, so both read as absent).
+json_object* memberOf(json_object* request, const char* key) {
+  json_object* value = nullptr;
+  json_object_object_get_ex(request, key, &value);
+  return value;
+}
+
+// json-c's string form of a present member: a string's own bytes (an embedded NUL included),
+// the JSON text of any other value.
+std::string textOf(json_object* value) {
+  if (json_object_is_type(value, json_type_string)) {
+    return std::string(json_object_get_string(value), json_object_get_string_len(value));
+  }
+  const char* text = json_object_get_string(value);
+  return text != nullptr ? text : "";
+}
+
+// A present member in json-c's serialisation, which is what the scene manager stores.
+std::string jsonTextOf(json_object* value) { return json_object_to_json_string(value); }
+
+// The members shared by "scene_setting" and "scene_update".
+struct SceneBody {
+  std::string name;
+  std::string actions;
+  std::string launch;  // empty when the caller gave none
+};
+
+// Reads "name" (non-empty) and "action_list" (an array), and "launch" when present.
+bool readSceneBody(json_object* request, SceneBody& body) {
+  json_object* name = memberOf(request, "name");
+  json_object* actions = memberOf(request, "action_list");
+  if (name == nullptr || actions == nullptr) return false;
+  body.name = textOf(name);
+  if (body.name.empty() || !json_object_is_type(actions, json_type_array)) return false;
+  body.actions = jsonTextOf(actions);
+  json_object* launch = memberOf(request, "launch");
+  if (launch != nullptr) body.launch = jsonTextOf(launch);
+  return true;
+}
+
+// Each command handler reads its members, logs the call and returns the manager's reply; an
+// empty reply means the members were refused.
+using CommandHandler = std::string (*)(json_object* request, SceneManager& manager);
+
+std::string addScene(json_object* request, SceneManager& manager) {
+  SceneBody body;
+  if (!readSceneBody(request, body)) return "";
+  json_object* id = memberOf(request, "id");
+  const int32_t sceneId = id != nullptr ? json_object_get_int(id) : kNoSceneId;
+  ZLOG(kLogInfo) << "addScene: id=" << sceneId;
+  ZLOG(kLogInfo) << "addScene: name=" << body.name;
+  ZLOG(kLogInfo) << "addScene: actions=" << body.actions;
+  if (!body.launch.empty()) ZLOG(kLogInfo) << "addScene: launch=" << body.launch;
+  return manager.addScene(sceneId, body.name, body.actions, body.launch);
+}
+
+std::string getMultipleScene(json_object* request, SceneManager& manager) {
+  json_object* startId = memberOf(request, "start_id");
+  json_object* endId = memberOf(request, "end_id");
+  if (startId == nullptr || endId == nullptr) return "";
+  const int32_t start = json_object_get_int(startId);
+  const int32_t end = json_object_get_int(endId);
+  ZLOG(kLogInfo) << "getMultipleScene: startId=" << start << ", endId=" << end;
+  return manager.getMultipleScene(start, end);
+}
+
+std::string updateScene(json_object* request, SceneManager& manager) {
+  json_object* id = memberOf(request, "id");
+  SceneBody body;
+  if (id == nullptr || !readSceneBody(request, body)) return "";
+  const int32_t sceneId = json_object_get_int(id);
+  ZLOG(kLogInfo) << "updateScene: id=" << sceneId << ", name=" << body.name;
+  ZLOG(kLogInfo) << "updateScene: actions=" << body.actions;
+  if (!body.launch.empty()) ZLOG(kLogInfo) << "updateScene: launch=" << body.launch;
+  return manager.updateScene(sceneId, body.name, body.actions, body.launch);
+}
+
+std::string setSceneLaunch(json_object* request, SceneManager& manager) {
+  json_object* id = memberOf(request, "id");
+  json_object* launch = memberOf(request, "launch");
+  if (id == nullptr || launch == nullptr) return "";
+  const std::string launchText = jsonTextOf(launch);
+  if (launchText.empty()) return "";
+  const int32_t sceneId = json_object_get_int(id);
+  ZLOG(kLogInfo) << "setSceneLaunch: id=" << sceneId << ", launch=" << launchText;
+  return manager.setSceneLaunch(sceneId, launchText);
+}
+
+std::string startSceneByDeviceStatus(json_object* request, SceneManager& manager) {
+  json_object* mac = memberOf(request, "mac");
+  json_object* connected = memberOf(request, "connected");
+  if (mac == nullptr || connected == nullptr) return "";
+  const std::string macText = textOf(mac);
+  if (macText.empty()) return "";
+  const bool isConnected = json_object_get_boolean(connected);
+  ZLOG(kLogInfo) << "startSceneByDeviceStatus: mac=" << macText
+                 << ", connected=" << (isConnected ? 1 : 0);
+  return manager.startSceneByDeviceStatus(macText, isConnected);
+}
+
+std::string startSceneByCrontab(json_object* request, SceneManager& manager) {
+  json_object* week = memberOf(request, "week");
+  json_object* timeOfDay = memberOf(request, "time");
+  if (week == nullptr || timeOfDay == nullptr) return "";
+  const std::string timeText = textOf(timeOfDay);
+  if (timeText.empty()) return "";
+  const int32_t weekday = json_object_get_int(week);
+  // The tick's own clock is only logged, to line the tick up with the router's time.
+  ZLOG(kLogInfo) << "startSceneByCrontab: week=" << weekday << ", time=" << timeText
+                 << ", utc:" << std::time(nullptr);
+  return manager.startSceneByCrontab(weekday, timeText);
+}
+
+// Commands that take only a scene id: "id" must be present; logged as `label` + ": id=" + id.
+template <const char* label, std::string (SceneManager::*operation)(int32_t)>
+std::string runWithId(json_object* request, SceneManager& manager) {
+  json_object* id = memberOf(request, "id");
+  if (id == nullptr) return "";
+  const int32_t sceneId = json_object_get_int(id);
+  ZLOG(kLogInfo) << label << ": id=" << sceneId;
+  return (manager.*operation)(sceneId);
+}
+
+// Commands without members: logged as `label`.
+template <const char* label, std::string (SceneManager::*operation)()>
+std::string runPlain(json_object*, SceneManager& manager) {
+  ZLOG(kLogInfo) << label;
+  return (manager.*operation)();
+}
+
+constexpr char kGetAllScenes[] = "get all scenes";
+constexpr char kGetSingleScene[] = "getSingleScene";
+constexpr char kStartScene[] = "startScene";
+constexpr char kStopScene[] = "stopScene";
+constexpr char kRemoveSceneLaunch[] = "removeSceneLaunch";
+constexpr char kRemoveScene[] = "removeScene";
+constexpr char kIsSceneProcessing[] = "isSceneProcessing";
+constexpr char kGetScenesCount[] = "get scenes count";
+constexpr char kResetScenes[] = "reset scenes";
+constexpr char kRecordSceneByCrontab[] = "recordSceneByCrontab";
+
+struct Command {
+  const char* word;
+  CommandHandler handler;
+};
+
+// The commands, in the order the command word is matched against them.
+constexpr Command kCommands[] = {
+    {"scene_setting", addScene},
+    {"get_scene_setting", runPlain<kGetAllScenes, &SceneManager::getAllScenes>},
+    {"get_single_scene_setting", runWithId<kGetSingleScene, &SceneManager::getSingleScene>},
+    {"get_multiple_scene_setting", getMultipleScene},
+    {"scene_update", updateScene},
+    {"scene_start", runWithId<kStartScene, &SceneManager::startScene>},
+    {"scene_stop", runWithId<kStopScene, &SceneManager::stopScene>},
+    {"scene_launch", setSceneLaunch},
+    {"scene_launch_delete", runWithId<kRemoveSceneLaunch, &SceneManager::removeSceneLaunch>},
+    {"scene_delete", runWithId<kRemoveScene, &SceneManager::removeScene>},
+    {"scene_start_by_device_status", startSceneByDeviceStatus},
+    {"is_scene_processing", runWithId<kIsSceneProcessing, &SceneManager::isSceneProcessing>},
+    {"get_scene_count", runPlain<kGetScenesCount, &SceneManager::getScenesCount>},
+    {"reset_scenes", runPlain<kResetScenes, &SceneManager::resetScenes>},
+    {"scene_start_by_crontab", startSceneByCrontab},
+    {"scene_record_by_crontab",
+     runPlain<kRecordSceneByCrontab, &SceneManager::recordSceneByCrontab>},
+};
+
+// Runs the command named by `word`; "api not exists" when no command has that name.
+std::string dispatch(const std::string& word, json_object* request, SceneManager& manager) {
+  for (const Command& command : kCommands) {
+    if (word == command.word) return command.handler(request, manager);
+  }
+  return ZorvikTunnel::buildErrorReply(kApiNotExists);
+}
+
 }  // namespace
 
 ZorvikTunnel& ZorvikTunnel::getInstance() {
   static ZorvikTunnel* tunnel = new ZorvikTunnel();
   return *tunnel;
+}
+
+std::string ZorvikTunnel::handleCommand(const std::string& parameter) {
+  return handleCommand(parameter, *SceneManager::instance());
+}
+
+std::string ZorvikTunnel::handleCommand(const std::string& parameter, SceneManager& manager) {
+  const JsonDocument request(json_tokener_parse(parameter.c_str()));
+  if (request == nullptr) return buildErrorReply(kParameterFormatError);
+  std::string reply;
+  json_object* word = memberOf(request.get(), "command");
+  if (word != nullptr) reply = dispatch(textOf(word), request.get(), manager);
+  // A missing "command", refused members and an empty answer all read as a malformed request.
+  if (reply.empty()) reply = buildErrorReply(kParameterFormatError);
+  return reply;
 }
 
 const char* ZorvikTunnel::messageOf(int code) {

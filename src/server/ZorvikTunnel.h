@@ -1,9 +1,14 @@
 // ZorvikTunnel: turns the JSON command of one `request` call into a scene-manager operation and
 // returns that operation's reply text; it also builds the error replies that the scene manager
-// uses. ZorvikHandler is the Thrift handler that hands each call to the tunnel.
+// uses. ZorvikHandler (its own pair of files) is the Thrift handler that hands each call here.
+//
+// handleCommand parses the command, checks and extracts that command's members, logs the call
+// and returns the manager's reply unchanged. A text that is not a well-formed command answers
+// "parameter format error" (code 3), an unknown command word "api not exists" (code -1).
 //
 // Threading: the tunnel keeps no state; handleCommand runs on up to three RPC worker threads at
-// once and each call parses and frees its own document.
+// once and each call parses and frees its own document. Serialising the scene operations is the
+// scene manager's task.
 #ifndef ZORVIK_SERVER_ZORVIKTUNNEL_H_
 #define ZORVIK_SERVER_ZORVIKTUNNEL_H_
 
@@ -13,9 +18,16 @@
 
 namespace zorvik {
 
+class SceneManager;
+
 class ZorvikTunnel {
  public:
   static ZorvikTunnel& getInstance();
+
+  // The reply to one request, served by the process-wide scene manager.
+  std::string handleCommand(const std::string& parameter);
+  // The same, served by `manager` (tests use a manager over a temporary store).
+  std::string handleCommand(const std::string& parameter, SceneManager& manager);
 
   // A new JSON object {"code": code, "msg": message}; the caller owns it.
   static json_object* buildErrorObject(int code);

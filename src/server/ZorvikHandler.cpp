@@ -1,0 +1,11 @@
+#include "server/ZorvikHandler.h"
+
+#include "server/ZorvikTunnel.h"
+
+namespace zorvik {
+
+void ZorvikHandler::request(std::string& reply, const std::string& parameter) {
+  reply = ZorvikTunnel::getInstance().handleCommand(parameter);
+}
+
+}  // namespace zorvik
