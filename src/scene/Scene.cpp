@@ -246,8 +246,7 @@ void Scene::addActionsOf(size_t position, json_object* element) {
     if (special->secondCommand != nullptr) {
       json_object* durationValue = memberOf(extraValue, "duration");
       if (durationValue == nullptr) {
-        ZLOG(kLogError) << "Scene actions[" << position
-                        << "] special type extra duration is null";
+        ZLOG(kLogError) << "Scene actions[" << position << "] special type extra duration is null";
         return;
       }
       duration = json_object_get_int(durationValue);
@@ -425,8 +424,7 @@ void Scene::startByCrontab(int32_t week, const std::string& time, int64_t nowSec
   }
   if (isEnabled() && !alarmText().empty() && utcTime() > 0) {
     for (const std::shared_ptr<Action>& action : actions_) {
-      const uint64_t late =
-          static_cast<uint64_t>(nowSeconds * 1000 - utcTime() - action->delay());
+      const uint64_t late = static_cast<uint64_t>(nowSeconds * 1000 - utcTime() - action->delay());
       if (late < static_cast<uint64_t>(kCrontabWindowMs)) replayAction(*action, "execute1 once: ");
     }
   }
