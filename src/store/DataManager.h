@@ -4,9 +4,10 @@
 // command whose output the store needs (the router model). The process-wide instance uses the
 // router's folders; tests construct their own with other paths.
 //
-// Threading: insertScene, modifyScene, deleteScene, getScene, reset and recreate hold `mutex_`
-// for their whole run. init runs from the constructor and inside recreate; loadScenes,
-// getScenes and addDefaultScenes take no lock: callers make sure nothing else runs meanwhile.
+// Threading: insertScene, modifyScene, deleteScene, getScene, loadScenes, getScenes, reset and
+// recreate hold `mutex_` for their whole run. init takes no lock: it runs from the constructor
+// and inside recreate. addDefaultScenes holds the mutex only inside each store step (count,
+// insert); callers make sure no other seeding runs meanwhile.
 #ifndef ZORVIK_STORE_DATAMANAGER_H_
 #define ZORVIK_STORE_DATAMANAGER_H_
 
@@ -14,6 +15,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -57,7 +59,13 @@ class DataManager {
   static std::string model();
 
  private:
-  void closeDatabase();
+  bool ensureFolder();   // init: creates the store folder when it is missing
+  void openDatabase();   // init: opens the file and creates the table
+  void closeDatabase();  // mutex_ held, or no other thread uses the store
+  bool isOpen();
+  void seedIfEmpty();
+  std::optional<int> countScenes();  // nullopt when the count failed
+  void seedFromFactoryFile();
 
   const std::string folder_;
   const std::string databasePath_;
