@@ -1,0 +1,87 @@
+// zorvik: the scene daemon. It reports its command line, opens the system log, brings the scene
+// engine up (store, registry, timer thread, NTP wait) and only then serves the Zorvik service on
+// 127.0.0.1:9096 until it is killed. It takes no options.
+//
+// Threads: this thread becomes the server's only I/O thread; three worker threads run the
+// `request` calls. Every object made here lives until the process ends.
+#include <thrift/Thrift.h>
+#include <thrift/concurrency/ThreadFactory.h>
+#include <thrift/concurrency/ThreadManager.h>
+#include <thrift/protocol/TBinaryProtocol.h>
+#include <thrift/server/TNonblockingServer.h>
+#include <thrift/transport/TNonblockingServerSocket.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+
+#include "Zorvik.h"
+#include "scene/SceneManager.h"
+#include "server/Log.h"
+#include "server/ZorvikHandler.h"
+
+namespace {
+
+using apache::thrift::TException;
+using apache::thrift::concurrency::ThreadFactory;
+using apache::thrift::concurrency::ThreadManager;
+using apache::thrift::protocol::TBinaryProtocolFactory;
+using apache::thrift::server::TNonblockingServer;
+using apache::thrift::transport::TNonblockingServerSocket;
+
+// Loopback only: the service is for processes on the router itself.
+constexpr const char* kListenAddress = "127.0.0.1";
+constexpr int kListenPort = 9096;
+// Up to three requests run at once; further ones wait in an unbounded queue.
+constexpr size_t kWorkerThreads = 3;
+constexpr size_t kUnlimitedPendingTasks = 0;
+// No request of this service comes near this size; a frame announcing more closes its connection
+// instead of making a router allocate it.
+constexpr size_t kMaxFrameSize = 4 * 1024 * 1024;
+constexpr int kExitCannotServe = 1;
+
+// Thrift's own diagnostics (a dropped connection, an oversized frame) go to the daemon's log.
+void logThriftOutput(const char* message) { ZLOG(zorvik::kLogError) << "thrift: " << message; }
+
+std::shared_ptr<ThreadManager> startWorkers() {
+  std::shared_ptr<ThreadManager> workers =
+      ThreadManager::newSimpleThreadManager(kWorkerThreads, kUnlimitedPendingTasks);
+  workers->threadFactory(std::make_shared<ThreadFactory>(/*detached=*/true));
+  workers->start();
+  return workers;
+}
+
+std::unique_ptr<TNonblockingServer> buildServer() {
+  auto processor =
+      std::make_shared<zorvik::ZorvikProcessor>(std::make_shared<zorvik::ZorvikHandler>());
+  // Strict read off (unversioned callers are accepted), strict write on, no size limits.
+  auto protocol = std::make_shared<TBinaryProtocolFactory>(0, 0, false, true);
+  auto socket = std::make_shared<TNonblockingServerSocket>(kListenAddress, kListenPort);
+  auto server = std::make_unique<TNonblockingServer>(processor, protocol, socket, startWorkers());
+  server->setMaxFrameSize(kMaxFrameSize);
+  return server;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::cout << "argc is " << argc << ", argv is NULL? " << (argv == nullptr) << std::endl;
+  zorvik::openLog();
+  apache::thrift::GlobalOutput.setOutputFunction(logThriftOutput);
+
+  // The scene engine is up before the server exists: no request is served before it.
+  zorvik::SceneManager::instance()->start();
+
+  std::unique_ptr<TNonblockingServer> server = buildServer();
+  std::cout << "run server accept all connections." << std::endl;
+  try {
+    server->serve();
+  } catch (const TException& error) {
+    // The port is taken, most likely by another zorvik. The scene engine's threads are still
+    // running, so leave without running static destructors under them.
+    std::cerr << "zorvik: cannot serve on " << kListenAddress << ":" << kListenPort << ": "
+              << error.what() << std::endl;
+    std::_Exit(kExitCannotServe);
+  }
+  return 0;
+}
