@@ -39,9 +39,9 @@ class TevraHelper {
   // The TV's address, or "" when its MAC is not in the ARP table.
   std::string getIpByMac() const;
 
-  // The IPv4 address on the first line of the ARP table at `arpPath` that ends a field run
-  // with `mac` (any letter case), or "". The MAC is matched as literal text, so an empty MAC
-  // or one with pattern characters names no TV.
+  // The address that begins the first line of the ARP table at `arpPath` in which `mac` (any
+  // letter case) follows the address after other fields, or "". The MAC is matched as literal
+  // text, so an empty MAC or one with pattern characters names no TV.
   static std::string ipFromArpTable(const std::string& arpPath, const std::string& mac);
 
   // Letters, digits and "-._~" stay; a blank becomes "+"; every other byte "%xx" in lower-case
