@@ -40,8 +40,8 @@ class TevraHelper {
   std::string getIpByMac() const;
 
   // The address that begins the first line of the ARP table at `arpPath` in which `mac` (any
-  // letter case) follows the address after other fields, or "". The MAC is matched as literal
-  // text, so an empty MAC or one with pattern characters names no TV.
+  // letter case) follows the address after other fields, or "". Pattern characters in the MAC
+  // match only themselves; an empty MAC names no TV.
   static std::string ipFromArpTable(const std::string& arpPath, const std::string& mac);
 
   // Letters, digits and "-._~" stay; a blank becomes "+"; every other byte "%xx" in lower-case
