@@ -7,14 +7,19 @@
 //
 // Threading: every operation but resetScenes and start holds the recursive `mutex_` for its
 // whole run; they are called from the RPC worker threads and the NTP wait thread. Scenes are
-// shared: the registry holds one owner, running actions may hold others.
+// shared: the registry holds one owner, running actions may hold others. The store is not
+// owned: it outlives the manager. The NTP wait thread runs detached and refers to the manager,
+// so a manager that started one must never be destroyed (the daemon's never is).
 #ifndef ZORVIK_SCENE_SCENEMANAGER_H_
 #define ZORVIK_SCENE_SCENEMANAGER_H_
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,11 +32,15 @@ class SceneManager {
  public:
   static constexpr const char* kNtpStatusFile = "/tmp/ntp.status";
 
+  // How start-up and the NTP wait pause; the default sleeps the calling thread.
+  using Sleeper = std::function<void(std::chrono::milliseconds)>;
+
   // The process-wide manager over DataManager::getInstance(); created on first use.
   static SceneManager* instance();
 
   // A manager over another store (tests); loads its scenes at once.
-  explicit SceneManager(DataManager* store, std::string ntpStatusFile = kNtpStatusFile);
+  explicit SceneManager(DataManager* store, std::string ntpStatusFile = kNtpStatusFile,
+                        Sleeper sleeper = Sleeper());
   virtual ~SceneManager();
 
   std::string addScene(int32_t id, const std::string& name, const std::string& actions,
@@ -57,16 +66,23 @@ class SceneManager {
   void start();
 
   bool isNtpOk();
+  // Polls the NTP status until it is OK, then adds the existing alarms. start() runs it on a
+  // detached thread when the clock is not trusted yet.
+  void ntpWaitLoop();
   void addExistingAlarms();
   bool ntpReady() const { return ntpReady_.load(); }
 
  private:
   std::shared_ptr<Scene> findScene(int32_t id);  // mutex_ held
-  void refreshAlarm(Scene& scene);                // mutex_ held
-  void ntpWaitLoop();
+  // The id addScene uses for a requested one; none when the automatic ids are exhausted.
+  std::optional<int32_t> chooseId(int32_t requested);  // mutex_ held
+  // Stores and applies a new launch text (setSceneLaunch, removeSceneLaunch).
+  std::string changeLaunch(int32_t id, const std::string& launch, bool refresh);
+  void refreshAlarm(Scene& scene);  // mutex_ held
 
   DataManager* const store_;
   const std::string ntpStatusFile_;
+  const Sleeper sleeper_;
   std::atomic<bool> ntpReady_{false};
   std::vector<std::shared_ptr<Scene>> scenes_;  // guarded by mutex_
   std::recursive_mutex mutex_;

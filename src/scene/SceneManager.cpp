@@ -1,0 +1,317 @@
+#include "scene/SceneManager.h"
+
+#include <algorithm>
+#include <cctype>
+#include <exception>
+#include <fstream>
+#include <thread>
+
+#include "scene/Scene.h"
+#include "server/Log.h"
+#include "server/ResultCode.h"
+#include "server/Shell.h"
+#include "server/ZorvikTunnel.h"
+#include "store/DataManager.h"
+#include "timer/TimerEventManager.h"
+
+namespace zorvik {
+namespace {
+
+// Ids up to this value are assigned by the manager; callers may choose larger ones.
+constexpr int32_t kLargestAutomaticId = 29999;
+
+// The timer thread gets this long to settle before the clock is checked.
+constexpr std::chrono::milliseconds kStartupPause(200);
+// The NTP wait polls quickly for its first tries, then slowly, forever.
+constexpr int kShortPauseTries = 20;
+constexpr std::chrono::seconds kShortNtpPause(5);
+constexpr std::chrono::seconds kLongNtpPause(20);
+const char kNtpOkMark[] = "OK";
+
+const char kRecordCommand[] = "logger stat_points_none ";
+const char kRecordPrefix[] = "\"zorvik_scene_status=";
+const char kRecordSuffix[] = "\"";
+
+void sleepFor(std::chrono::milliseconds pause) { std::this_thread::sleep_for(pause); }
+
+std::string serialise(json_object* reply) {
+  std::string text = json_object_to_json_string(reply);
+  json_object_put(reply);
+  return text;
+}
+
+std::string reply(int code) { return ZorvikTunnel::buildErrorReply(code); }
+
+// The reply for `code` with one more member; the reply takes ownership of `value`.
+std::string replyWith(int code, const char* key, json_object* value) {
+  json_object* object = ZorvikTunnel::buildErrorObject(code);
+  json_object_object_add(object, key, value);
+  return serialise(object);
+}
+
+std::string sceneListReply(const std::vector<std::shared_ptr<Scene>>& scenes) {
+  json_object* list = json_object_new_array();
+  for (const std::shared_ptr<Scene>& scene : scenes) json_object_array_add(list, scene->toJson());
+  return replyWith(kSuccess, "scene_list", list);
+}
+
+// Asks the alarm part of a scene a question. A launch whose alarm text cannot be read answers
+// false rather than taking the daemon down.
+template <typename Question>
+bool askAlarm(Scene& scene, Question question) {
+  try {
+    return question(scene);
+  } catch (const std::exception& error) {
+    ZLOG(kLogError) << "Scene " << scene.id() << " alarm unreadable: " << error.what();
+    return false;
+  }
+}
+
+// Enabled and holding a valid one-time or weekly alarm. Asking re-reads a changed alarm text.
+bool hasUsableAlarm(Scene& scene) {
+  return askAlarm(scene, [](Scene& s) { return s.isEnabled() && s.isValid(); });
+}
+
+bool isAlarmEnabled(Scene& scene) {
+  return askAlarm(scene, [](Scene& s) { return s.isEnabled(); });
+}
+
+void stopIfRunning(Scene& scene) {
+  if (scene.isProcessing()) scene.stop();
+}
+
+}  // namespace
+
+SceneManager* SceneManager::instance() {
+  static SceneManager* const manager = new SceneManager(DataManager::getInstance());
+  return manager;
+}
+
+SceneManager::SceneManager(DataManager* store, std::string ntpStatusFile, Sleeper sleeper)
+    : store_(store),
+      ntpStatusFile_(std::move(ntpStatusFile)),
+      sleeper_(sleeper ? std::move(sleeper) : Sleeper(sleepFor)) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  store_->loadScenes(scenes_);
+}
+
+SceneManager::~SceneManager() = default;
+
+std::shared_ptr<Scene> SceneManager::findScene(int32_t id) {
+  for (const std::shared_ptr<Scene>& scene : scenes_) {
+    if (scene->id() == id) return scene;
+  }
+  return nullptr;
+}
+
+std::optional<int32_t> SceneManager::chooseId(int32_t requested) {
+  // Large ids are the caller's own and kept as given, without a uniqueness check.
+  if (requested > kLargestAutomaticId) return requested;
+  int64_t largest = 0;
+  for (const std::shared_ptr<Scene>& scene : scenes_)
+    largest = std::max<int64_t>(largest, scene->id());
+  // Once a caller's large id is registered, every automatic id lands above the limit.
+  if (largest + 1 > kLargestAutomaticId) return std::nullopt;
+  return static_cast<int32_t>(largest + 1);
+}
+
+void SceneManager::refreshAlarm(Scene& scene) {
+  if (!ntpReady_.load()) return;
+  // Only the re-read matters here: nothing schedules the alarm from this answer.
+  hasUsableAlarm(scene);
+}
+
+std::string SceneManager::addScene(int32_t id, const std::string& name, const std::string& actions,
+                                   const std::string& launch) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const std::optional<int32_t> chosen = chooseId(id);
+  if (!chosen) return reply(kUpdateDatabaseFailed);
+  auto scene = std::make_shared<Scene>(*chosen, name, actions, launch);
+  if (!store_->insertScene(*scene)) return reply(kUpdateDatabaseFailed);
+  scenes_.push_back(scene);
+  refreshAlarm(*scene);
+  return replyWith(kSuccess, "id", json_object_new_int(*chosen));
+}
+
+std::string SceneManager::getAllScenes() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return sceneListReply(scenes_);
+}
+
+std::string SceneManager::getSingleScene(int32_t id) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const std::shared_ptr<Scene> scene = findScene(id);
+  // An unknown id is not an error: the reply just has no scene.
+  if (!scene) return reply(kSuccess);
+  return replyWith(kSuccess, "scene", scene->toJson());
+}
+
+std::string SceneManager::getMultipleScene(int32_t startId, int32_t endId) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  std::vector<std::shared_ptr<Scene>> inRange;
+  for (const std::shared_ptr<Scene>& scene : scenes_) {
+    const int32_t id = scene->id();
+    if (startId <= id && id <= endId) inRange.push_back(scene);
+  }
+  return sceneListReply(inRange);
+}
+
+// A running scene is stopped before its data changes, so no armed action timer outlives the
+// change. The live scene changes only once the store has accepted the new values.
+std::string SceneManager::updateScene(int32_t id, const std::string& name,
+                                      const std::string& actions, const std::string& launch) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const std::shared_ptr<Scene> scene = findScene(id);
+  if (!scene) return reply(kSceneNotFound);
+  stopIfRunning(*scene);
+  if (!store_->modifyScene(Scene(id, name, actions, launch))) return reply(kUpdateDatabaseFailed);
+  scene->setName(name);
+  scene->setActionsJson(actions);
+  scene->setLaunchJson(launch);
+  refreshAlarm(*scene);
+  return reply(kSuccess);
+}
+
+std::string SceneManager::startScene(int32_t id) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const std::shared_ptr<Scene> scene = findScene(id);
+  if (!scene) return reply(kSceneNotFound);
+  if (scene->isProcessing()) return reply(kSceneIsProcessing);
+  return reply(static_cast<int>(scene->execute()));
+}
+
+std::string SceneManager::stopScene(int32_t id) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const std::shared_ptr<Scene> scene = findScene(id);
+  if (!scene) return reply(kSceneNotFound);
+  stopIfRunning(*scene);
+  return reply(kSuccess);
+}
+
+std::string SceneManager::setSceneLaunch(int32_t id, const std::string& launch) {
+  return changeLaunch(id, launch, true);
+}
+
+std::string SceneManager::removeSceneLaunch(int32_t id) { return changeLaunch(id, "", false); }
+
+std::string SceneManager::changeLaunch(int32_t id, const std::string& launch, bool refresh) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const std::shared_ptr<Scene> scene = findScene(id);
+  if (!scene) return reply(kSceneNotFound);
+  stopIfRunning(*scene);
+  if (!store_->modifyScene(Scene(id, scene->name(), scene->actionsJson(), launch))) {
+    return reply(kUpdateDatabaseFailed);
+  }
+  scene->setLaunchJson(launch);
+  if (refresh) refreshAlarm(*scene);
+  return reply(kSuccess);
+}
+
+std::string SceneManager::removeScene(int32_t id) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const std::shared_ptr<Scene> scene = findScene(id);
+  if (!scene) return reply(kSceneNotFound);
+  stopIfRunning(*scene);
+  // A refused delete keeps the scene registered (stopped), in step with the store.
+  if (!store_->deleteScene(id)) return reply(kUpdateDatabaseFailed);
+  scenes_.erase(std::find(scenes_.begin(), scenes_.end(), scene));
+  return reply(kSuccess);
+}
+
+std::string SceneManager::startSceneByDeviceStatus(const std::string& mac, bool connected) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  // Every scene hears the event; several may start.
+  bool started = false;
+  for (const std::shared_ptr<Scene>& scene : scenes_) {
+    if (scene->startByDeviceStatus(mac, connected)) started = true;
+  }
+  return reply(started ? kSuccess : kSceneHasNoHomeLaunch);
+}
+
+std::string SceneManager::isSceneProcessing(int32_t id) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const std::shared_ptr<Scene> scene = findScene(id);
+  if (!scene) return reply(kSceneNotFound);
+  return replyWith(kSuccess, "processing", json_object_new_int(scene->isProcessing() ? 1 : 0));
+}
+
+std::string SceneManager::getScenesCount() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return replyWith(kSuccess, "count", json_object_new_int(static_cast<int32_t>(scenes_.size())));
+}
+
+// The registry is left as it is: it is rebuilt from the emptied store when the daemon restarts.
+std::string SceneManager::resetScenes() {
+  store_->reset();
+  return reply(kSuccess);
+}
+
+std::string SceneManager::startSceneByCrontab(int32_t week, const std::string& time) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  for (const std::shared_ptr<Scene>& scene : scenes_) scene->startByCrontab(week, time);
+  return reply(kSuccess);
+}
+
+// Reports which scenes have their alarm enabled, as "id:1" or "id:0" joined by "|".
+std::string SceneManager::recordSceneByCrontab() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (scenes_.empty()) return reply(kSuccess);
+  std::string states;
+  for (const std::shared_ptr<Scene>& scene : scenes_) {
+    if (!states.empty()) states += '|';
+    states += std::to_string(scene->id()) + ":" + (isAlarmEnabled(*scene) ? "1" : "0");
+  }
+  const std::string record = kRecordPrefix + states + kRecordSuffix;
+  ZLOG(kLogInfo) << "record: " << record;
+  if (Shell::system(kRecordCommand + record) != 0) ZLOG(kLogError) << "system call error";
+  return reply(kSuccess);
+}
+
+void SceneManager::start() {
+  TimerEventManager::startThread();
+  sleeper_(kStartupPause);
+  if (isNtpOk()) {
+    addExistingAlarms();
+    return;
+  }
+  std::thread(&SceneManager::ntpWaitLoop, this).detach();
+}
+
+bool SceneManager::isNtpOk() {
+  std::ifstream in(ntpStatusFile_);
+  if (!in.is_open()) {
+    ZLOG(kLogError) << "Can not find ntp status file: " << ntpStatusFile_;
+    return false;
+  }
+  std::string line;
+  std::getline(in, line);
+  for (char& c : line) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  ZLOG(kLogError) << "===========> upper buffer: " << line;
+  return line.find(kNtpOkMark) != std::string::npos;
+}
+
+void SceneManager::ntpWaitLoop() {
+  int tries = 0;
+  while (!isNtpOk()) {
+    const std::chrono::seconds pause = tries < kShortPauseTries ? kShortNtpPause : kLongNtpPause;
+    ++tries;
+    ZLOG(kLogInfo) << "Waiting for ntp status ok, times: " << tries
+                   << " duration: " << pause.count();
+    sleeper_(pause);
+  }
+  addExistingAlarms();
+}
+
+void SceneManager::addExistingAlarms() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  ZLOG(kLogInfo) << "Ntp status ok, now add existing alarm";
+  // The eligible scenes are gathered (which re-reads their alarms) but handed to no scheduler:
+  // weekly starts arrive through the crontab tick instead.
+  std::vector<std::shared_ptr<Scene>> alarmScenes;
+  for (const std::shared_ptr<Scene>& scene : scenes_) {
+    if (hasUsableAlarm(*scene)) alarmScenes.push_back(scene);
+  }
+  ntpReady_.store(true);
+}
+
+}  // namespace zorvik
