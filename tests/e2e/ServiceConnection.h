@@ -1,0 +1,41 @@
+// ServiceConnection: a client of the Zorvik service over one connected socket, with the framed
+// transport and binary protocol that the router's own callers use. The protocol is also open to
+// hand-made messages (a method name the service does not have, for instance).
+//
+// Ownership: takes over the socket and closes it. Not shared between threads.
+#ifndef ZORVIK_TESTS_E2E_SERVICECONNECTION_H_
+#define ZORVIK_TESTS_E2E_SERVICECONNECTION_H_
+
+#include <thrift/protocol/TProtocol.h>
+#include <thrift/transport/TBufferTransports.h>
+#include <thrift/transport/TSocket.h>
+
+#include <memory>
+#include <string>
+
+#include "Zorvik.h"
+
+namespace zorvik {
+
+class ServiceConnection {
+ public:
+  // `socket` is connected; a reply that takes longer than `timeoutMs` throws.
+  explicit ServiceConnection(int socket, int timeoutMs = 30000);
+  ~ServiceConnection();
+  ServiceConnection(const ServiceConnection&) = delete;
+  ServiceConnection& operator=(const ServiceConnection&) = delete;
+
+  // One `request` call; throws apache::thrift::TException when the call fails.
+  std::string request(const std::string& parameter);
+  apache::thrift::protocol::TProtocol& protocol() { return *protocol_; }
+
+ private:
+  std::shared_ptr<apache::thrift::transport::TSocket> socket_;
+  std::shared_ptr<apache::thrift::transport::TFramedTransport> framed_;
+  std::shared_ptr<apache::thrift::protocol::TProtocol> protocol_;
+  ZorvikClient client_;
+};
+
+}  // namespace zorvik
+
+#endif  // ZORVIK_TESTS_E2E_SERVICECONNECTION_H_
