@@ -268,6 +268,10 @@ std::vector<StubCall> Sandbox::calls() const {
   return calls;
 }
 
+std::string Sandbox::describeCalls() const {
+  return "stub calls so far:\n" + readFile(stateFile("calls.log"));
+}
+
 bool Sandbox::waitForCalls(const std::string& prefix, size_t count, milliseconds timeout) const {
   return pollUntil(timeout, [&] {
     size_t found = 0;

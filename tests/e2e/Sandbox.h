@@ -64,6 +64,8 @@ class Sandbox {
   int runInNetwork(const std::vector<std::string>& arguments, std::string& output) const;
 
   std::vector<StubCall> calls() const;
+  // calls.log as it stands, for failure messages.
+  std::string describeCalls() const;
   // Waits until `count` calls begin with `prefix`; false after `timeout`.
   bool waitForCalls(const std::string& prefix, size_t count,
                     std::chrono::milliseconds timeout) const;
