@@ -143,7 +143,13 @@ bool AlarmManager::nearestHolds(const std::shared_ptr<AlarmObject>& alarm) const
 
 void AlarmManager::dropFiredEntry(const std::shared_ptr<AlarmObject>& alarm) {
   if (!nearestHolds(alarm)) return;
-  entries_.remove_if([this](const AlarmEntry& entry) { return &entry == nearest_; });
+  for (auto it = entries_.begin(); it != entries_.end(); ++it) {
+    if (isNearest(it)) {
+      nearest_ = nullptr;
+      entries_.erase(it);
+      return;
+    }
+  }
 }
 
 void AlarmManager::armNearest() {
