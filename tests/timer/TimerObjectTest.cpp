@@ -137,6 +137,7 @@ TEST_F(TimerObjectTest, ObjectDroppedByItsOwnerNeverReceivesItsEvent) {
 
 #ifndef NDEBUG
 TEST(TimerObjectDeathTest, ObjectWithoutASharedOwnerCannotArmATimer) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // sanitizer builds run a thread of their own
   EventLog events;
   TimerProbe unowned("unowned", events);
   EXPECT_DEATH(unowned.startTimer(10), "shared_ptr");
