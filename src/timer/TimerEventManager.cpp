@@ -99,11 +99,13 @@ void TimerEventManager::killTimer(int32_t id) {
   }
 }
 
-void TimerEventManager::killTimer(int32_t id, const TimerObject* receiver) {
+bool TimerEventManager::killTimer(int32_t id, const TimerObject* receiver) {
   const auto matches = [id, receiver](const TimerInfo& info) {
     return info.id == id && info.receiverIdentity == receiver;
   };
-  if (removeTimers(matches, false)) wakeUpIfInSelect();
+  if (!removeTimers(matches, false)) return false;
+  wakeUpIfInSelect();
+  return true;
 }
 
 void TimerEventManager::killReceiverTimers(const TimerObject* receiver) {

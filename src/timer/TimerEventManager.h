@@ -72,7 +72,8 @@ class TimerEventManager {
   void killTimer(int32_t id);
   // Removes the timer with this id only when it belongs to `receiver`: ids are handed out again
   // once a timer is gone, so an id a receiver still remembers may name another object's timer.
-  void killTimer(int32_t id, const TimerObject* receiver);
+  // False when there was no such timer (for example because it expired a moment ago).
+  bool killTimer(int32_t id, const TimerObject* receiver);
   // Removes every timer of `receiver`.
   void killReceiverTimers(const TimerObject* receiver);
 

@@ -26,7 +26,8 @@ void TimerObject::killTimer() {
     ZLOG(kLogError) << "object has not existing timer";
     return;
   }
-  TimerEventManager::getInstance()->killTimer(id, this);
+  // Not found: the timer already expired and its event is on its way; it must be ignored.
+  if (!TimerEventManager::getInstance()->killTimer(id, this)) firingCancelled_.store(true);
   timerId_.store(kNoTimer);
 }
 

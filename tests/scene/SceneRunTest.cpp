@@ -10,6 +10,7 @@
 #include "support/LogCapture.h"
 #include "support/ShellRecorder.h"
 #include "support/TimerThread.h"
+#include "timer/TimerEventManager.h"
 
 namespace zorvik {
 namespace {
@@ -154,6 +155,23 @@ TEST_F(SceneRunTest, StopKillsPendingTimersSoNothingMoreRuns) {
   EXPECT_EQ(scene->execute(), 0u);
   ASSERT_TRUE(shell.waitForCount(3));
   EXPECT_TRUE(waitUntilIdle(*scene));
+}
+
+TEST_F(SceneRunTest, EventThatExpiredBeforeAStopIsIgnoredByTheNextRun) {
+  auto scene = std::make_shared<Scene>(1, "S", list({quiro("a", 300, true)}), "");
+  scene->execute();
+  auto action = scene->actions()[0];
+  // The timer thread has taken the expired timer off its list but not yet delivered it when
+  // the scene is stopped and started again.
+  TimerEventManager::getInstance()->killTimer(action->timerId());
+  scene->stop();
+  EXPECT_EQ(scene->execute(), 0u);
+  action->timerEvent();  // the late delivery of the first run's timer
+  EXPECT_TRUE(shell.lines().empty());
+  EXPECT_TRUE(action->isRunning());
+  ASSERT_TRUE(shell.waitForCount(1));  // the second run's own timer
+  EXPECT_TRUE(waitUntilIdle(*scene));
+  EXPECT_EQ(shell.lines().size(), 1u);
 }
 
 TEST_F(SceneRunTest, PresenceMatchesIgnoringCaseOnlyForTheRightDirection) {

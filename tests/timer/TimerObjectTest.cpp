@@ -126,6 +126,20 @@ TEST_F(TimerObjectTest, KillTimerWithAStaleIdLeavesAnotherObjectsTimer) {
   EXPECT_EQ(manager()->pendingTimers()[0].receiverIdentity, b.get());
 }
 
+TEST_F(TimerObjectTest, KillThatComesAfterExpiryMarksTheComingEventAsCancelled) {
+  auto a = probe("a");
+  a->startTimer(1000);
+  a->killTimer();
+  EXPECT_FALSE(a->takeCancelledFiring());  // cancelled in time: no event will come
+  a->startTimer(-1);
+  // The timer leaves the list as the timer thread takes it to deliver its event.
+  manager()->killTimer(a->timerId());
+  a->killTimer();
+  EXPECT_FALSE(a->isRunning());
+  EXPECT_TRUE(a->takeCancelledFiring());
+  EXPECT_FALSE(a->takeCancelledFiring());
+}
+
 TEST_F(TimerObjectTest, ObjectDroppedByItsOwnerNeverReceivesItsEvent) {
   auto a = probe("a");
   a->startTimer(-1);
