@@ -40,8 +40,9 @@ constexpr size_t kUnlimitedPendingTasks = 0;
 constexpr size_t kMaxFrameSize = 4 * 1024 * 1024;
 constexpr int kExitCannotServe = 1;
 
-// Thrift's own diagnostics (a dropped connection, an oversized frame) go to the daemon's log.
-void logThriftOutput(const char* message) { ZLOG(zorvik::kLogError) << "thrift: " << message; }
+// Thrift's own diagnostics go to the daemon's log. They mix start-up notes with callers' faults
+// (a reset connection, an oversized frame), none of them a fault of the daemon: info level.
+void logThriftOutput(const char* message) { ZLOG(zorvik::kLogInfo) << "thrift: " << message; }
 
 std::shared_ptr<ThreadManager> startWorkers() {
   std::shared_ptr<ThreadManager> workers =

@@ -1,0 +1,248 @@
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <thrift/TApplicationException.h>
+#include <thrift/protocol/TBinaryProtocol.h>
+#include <thrift/transport/TBufferTransports.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "DaemonFixture.h"
+
+namespace zorvik {
+namespace {
+
+using apache::thrift::TApplicationException;
+using apache::thrift::protocol::T_CALL;
+using apache::thrift::protocol::T_EXCEPTION;
+using apache::thrift::protocol::TBinaryProtocol;
+using apache::thrift::protocol::TMessageType;
+using apache::thrift::transport::TMemoryBuffer;
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+const char kCountRequest[] = R"({"command":"get_scene_count"})";
+const char kApiNotExists[] = R"({ "code": -1, "msg": "api not exists" })";
+const char kFormatError[] = R"({ "code": 3, "msg": "parameter format error" })";
+const char kRecordRequest[] = R"({"command":"scene_record_by_crontab"})";
+constexpr uint32_t kFrameBound = 4 * 1024 * 1024;
+
+// A connected raw socket, closed when it goes.
+class RawConnection {
+ public:
+  explicit RawConnection(int socket) : socket_(socket) {}
+  ~RawConnection() {
+    if (socket_ >= 0) close(socket_);
+  }
+  int socket() const { return socket_; }
+
+  bool send(const std::string& bytes) const {
+    size_t sent = 0;
+    while (sent < bytes.size()) {
+      const ssize_t n = ::send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+      if (n <= 0) return false;
+      sent += static_cast<size_t>(n);
+    }
+    return true;
+  }
+
+  // Leaves with a reset instead of an orderly close.
+  void abort() {
+    const linger resetOnClose{1, 0};
+    setsockopt(socket_, SOL_SOCKET, SO_LINGER, &resetOnClose, sizeof(resetOnClose));
+    close(socket_);
+    socket_ = -1;
+  }
+
+ private:
+  int socket_;
+};
+
+enum class PeerState { kClosed, kAnswered, kSilent };
+
+// What the daemon does on the connection within `wait`: closes it, sends something, or nothing.
+PeerState awaitPeer(const RawConnection& connection, milliseconds wait) {
+  pollfd ready{connection.socket(), POLLIN, 0};
+  if (poll(&ready, 1, static_cast<int>(wait.count())) <= 0) return PeerState::kSilent;
+  char byte = 0;
+  return recv(connection.socket(), &byte, 1, 0) > 0 ? PeerState::kAnswered : PeerState::kClosed;
+}
+
+std::string frameLength(uint32_t length) {
+  return {static_cast<char>(length >> 24), static_cast<char>(length >> 16),
+          static_cast<char>(length >> 8), static_cast<char>(length)};
+}
+
+std::string frame(const std::string& message) {
+  return frameLength(static_cast<uint32_t>(message.size())) + message;
+}
+
+// A "request" call message as the generated client writes it.
+std::string callMessage(const std::string& method, const std::string& parameter) {
+  auto buffer = std::make_shared<TMemoryBuffer>();
+  TBinaryProtocol protocol(buffer);
+  protocol.writeMessageBegin(method, T_CALL, 0);
+  Zorvik_request_pargs arguments;
+  arguments.parameter = &parameter;
+  arguments.write(&protocol);
+  protocol.writeMessageEnd();
+  return buffer->getBufferAsString();
+}
+
+class DaemonWireTest : public DaemonFixture {
+ protected:
+  RawConnection rawConnection() {
+    return RawConnection(sandbox().connectTo("127.0.0.1", kServicePort));
+  }
+};
+
+TEST_F(DaemonWireTest, UnknownMethodIsRefusedAndTheConnectionStaysUsable) {
+  std::unique_ptr<ServiceConnection> connection = connect();
+  ASSERT_TRUE(connection);
+  apache::thrift::protocol::TProtocol& protocol = connection->protocol();
+  const std::string parameter = kCountRequest;
+  protocol.writeMessageBegin("Request", T_CALL, 7);
+  Zorvik_request_pargs arguments;
+  arguments.parameter = &parameter;
+  arguments.write(&protocol);
+  protocol.writeMessageEnd();
+  protocol.getTransport()->writeEnd();
+  protocol.getTransport()->flush();
+
+  std::string name;
+  TMessageType type;
+  int32_t sequence = 0;
+  protocol.readMessageBegin(name, type, sequence);
+  TApplicationException refusal;
+  refusal.read(&protocol);
+  protocol.readMessageEnd();
+  protocol.getTransport()->readEnd();
+  EXPECT_EQ(type, T_EXCEPTION);
+  EXPECT_EQ(name, "Request");
+  EXPECT_EQ(sequence, 7);
+  EXPECT_EQ(refusal.getType(), TApplicationException::UNKNOWN_METHOD);
+  EXPECT_STREQ(refusal.what(), "Invalid method name: 'Request'");
+
+  EXPECT_EQ(connection->request(R"({"command":"nope"})"), kApiNotExists);
+}
+
+TEST_F(DaemonWireTest, EmptyParameterReachesTheTunnel) { EXPECT_EQ(request(""), kFormatError); }
+
+TEST_F(DaemonWireTest, GarbageInsideAFrameIsNotAnswered) {
+  RawConnection garbage = rawConnection();
+  ASSERT_TRUE(garbage.send(frame("\xff\xff\xff\xff not thrift at all")));
+  EXPECT_NE(awaitPeer(garbage, milliseconds(1000)), PeerState::kAnswered);
+  EXPECT_TRUE(sandbox().syslog().waitFor("Bad version identifier", milliseconds(5000)))
+      << "Thrift's own diagnostics reach the daemon's log";
+  expectStillServing();
+}
+
+TEST_F(DaemonWireTest, HttpRequestReadsAsAnOversizedFrameAndIsCutOff) {
+  RawConnection http = rawConnection();
+  ASSERT_TRUE(http.send("GET / HTTP/1.1\r\nHost: router\r\n\r\n"));
+  EXPECT_EQ(awaitPeer(http, milliseconds(5000)), PeerState::kClosed);
+  expectStillServing();
+}
+
+TEST_F(DaemonWireTest, FramesBeyondFourMebibytesAreCutOffWhileLargeOnesAreServed) {
+  RawConnection huge = rawConnection();
+  ASSERT_TRUE(huge.send(frameLength(kFrameBound + 1)));
+  EXPECT_EQ(awaitPeer(huge, milliseconds(5000)), PeerState::kClosed);
+  RawConnection enormous = rawConnection();
+  ASSERT_TRUE(enormous.send(frameLength(0x7fffffff)));
+  EXPECT_EQ(awaitPeer(enormous, milliseconds(5000)), PeerState::kClosed);
+
+  const std::string padding(3 * 1024 * 1024, 'x');
+  EXPECT_EQ(request(R"({"command":"nope","pad":")" + padding + "\"}"), kApiNotExists);
+  expectStillServing();
+}
+
+// An empty frame is no call: nothing answers it, and the next bytes end the connection.
+TEST_F(DaemonWireTest, ZeroLengthFrameIsNotAnsweredAndEndsTheConnection) {
+  RawConnection empty = rawConnection();
+  ASSERT_TRUE(empty.send(frameLength(0)));
+  EXPECT_EQ(awaitPeer(empty, milliseconds(500)), PeerState::kSilent);
+  ASSERT_TRUE(empty.send(frame(callMessage("request", kCountRequest))));
+  EXPECT_EQ(awaitPeer(empty, milliseconds(5000)), PeerState::kClosed);
+  expectStillServing();
+}
+
+TEST_F(DaemonWireTest, IdleAndTruncatedConnectionsDoNotHoldUpOthers) {
+  RawConnection idle = rawConnection();
+  RawConnection truncated = rawConnection();
+  const std::string call = frame(callMessage("request", kCountRequest));
+  ASSERT_TRUE(truncated.send(call.substr(0, call.size() / 2)));
+
+  const Clock::time_point asked = Clock::now();
+  EXPECT_EQ(request(kCountRequest), R"({ "code": 0, "msg": "", "count": 0 })");
+  EXPECT_LT(Clock::now() - asked, milliseconds(5000));
+  EXPECT_EQ(awaitPeer(idle, milliseconds(200)), PeerState::kSilent);
+  EXPECT_EQ(awaitPeer(truncated, milliseconds(200)), PeerState::kSilent);
+
+  // The rest of the truncated call arrives late: it is answered all the same.
+  ASSERT_TRUE(truncated.send(call.substr(call.size() / 2)));
+  EXPECT_EQ(awaitPeer(truncated, milliseconds(5000)), PeerState::kAnswered);
+  expectStillServing();
+}
+
+TEST_F(DaemonWireTest, CallerGoneBeforeTheReplyDoesNotTakeTheDaemonDown) {
+  ASSERT_EQ(request(R"({"command":"scene_setting","name":"Night","action_list":[]})"),
+            R"({ "code": 0, "msg": "", "id": 1 })");
+  // The status record waits on a slow logger, so the reply is written after the caller reset
+  // the connection.
+  sandbox().writeStateFile("stub/logger.delay", "0.5");
+  RawConnection caller = rawConnection();
+  ASSERT_TRUE(caller.send(frame(callMessage("request", kRecordRequest))));
+  ASSERT_TRUE(sandbox().waitForCalls("/usr/bin/logger", 1, milliseconds(5000)));
+  caller.abort();
+  std::this_thread::sleep_for(milliseconds(1000));
+  expectStillServing();
+}
+
+// Three status records hold the three workers (the logger stub takes 1.5 s each, and the scene
+// manager runs them one after another). A fourth request, which needs no scene at all, can
+// only be answered once the first worker is free: after the first record, well before the
+// second.
+TEST_F(DaemonWireTest, FourthRequestWaitsForAFreeWorker) {
+  ASSERT_EQ(request(R"({"command":"scene_setting","name":"Night","action_list":[]})"),
+            R"({ "code": 0, "msg": "", "id": 1 })");
+  sandbox().writeStateFile("stub/logger.delay", "1.5");
+
+  std::vector<std::unique_ptr<ServiceConnection>> slow;
+  for (int i = 0; i < 3; ++i) {
+    slow.push_back(connect());
+    ASSERT_TRUE(slow.back());
+  }
+  std::unique_ptr<ServiceConnection> fourth = connect();
+  ASSERT_TRUE(fourth);
+
+  std::vector<std::future<Clock::time_point>> answered;
+  for (std::unique_ptr<ServiceConnection>& connection : slow) {
+    answered.push_back(std::async(std::launch::async, [&connection] {
+      connection->request(kRecordRequest);
+      return Clock::now();
+    }));
+  }
+  ASSERT_TRUE(sandbox().waitForCalls("/usr/bin/logger", 1, milliseconds(5000)));
+  std::this_thread::sleep_for(milliseconds(300));
+  const Clock::time_point asked = Clock::now();
+  EXPECT_EQ(fourth->request(R"({"command":"scene_start"})"), kFormatError);
+  const Clock::time_point fourthAnswered = Clock::now();
+
+  std::vector<Clock::time_point> slowAnswered;
+  for (std::future<Clock::time_point>& done : answered) slowAnswered.push_back(done.get());
+  std::sort(slowAnswered.begin(), slowAnswered.end());
+  EXPECT_GE(fourthAnswered - asked, milliseconds(800));
+  EXPECT_GE(fourthAnswered, slowAnswered[0] - milliseconds(200));
+  EXPECT_LT(fourthAnswered, slowAnswered[1]);
+  EXPECT_TRUE(sandbox().waitForCalls("/usr/bin/logger", 3, milliseconds(5000)));
+}
+
+}  // namespace
+}  // namespace zorvik
