@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <optional>
 #include <thread>
 
 #include "scene/Scene.h"
@@ -77,9 +78,10 @@ class SceneManagerTest : public ::testing::Test {
     }
   }
 
-  SceneManager& open() {
+  // The manager under test; by default its pauses return at once.
+  SceneManager& open(SceneManager::Sleeper sleeper = [](milliseconds) {}) {
     manager =
-        std::make_unique<SceneManager>(store.get(), dir.file("ntp.status"), [](milliseconds) {});
+        std::make_unique<SceneManager>(store.get(), dir.file("ntp.status"), std::move(sleeper));
     return *manager;
   }
 
@@ -95,10 +97,20 @@ class SceneManagerTest : public ::testing::Test {
     return count;
   }
 
+  // Starts capturing the log afresh. The capture lives inside the fixture, on the heap: on the
+  // stack its mutex could share an address with another test's stack mutex, and the thread
+  // checker would take the two for one lock.
+  LogCapture& captureLog() {
+    capture_.reset();
+    capture_.emplace();
+    return *capture_;
+  }
+
   TempDir dir;
   ShellRecorder shell;
   std::unique_ptr<DataManager> store;
   std::unique_ptr<SceneManager> manager;
+  std::optional<LogCapture> capture_;
 };
 
 // --- adding and the id rules ---
@@ -363,7 +375,7 @@ TEST_F(SceneManagerTest, RecordListsEachSceneWithItsAlarmSwitch) {
   ASSERT_TRUE(store->insertScene(Scene(7, "off", "[]", R"({"timer":{"enabled":false}})")));
   SceneManager& scenes = open();
   shell.clear();
-  LogCapture capture;
+  LogCapture& capture = captureLog();
   EXPECT_EQ(scenes.recordSceneByCrontab(), kOk);
   const std::string record = "\"zorvik_scene_status=3:1|7:0\"";
   EXPECT_THAT(shell.lines(), ElementsAre("logger stat_points_none " + record));
@@ -377,7 +389,7 @@ TEST_F(SceneManagerTest, RecordCommandFailureIsLogged) {
   ASSERT_EQ(scenes.addScene(0, "a", "[]", ""), idReply(1));
   shell.clear();
   shell.setResult("logger", 256);
-  LogCapture capture;
+  LogCapture& capture = captureLog();
   EXPECT_EQ(scenes.recordSceneByCrontab(), kOk);
   EXPECT_THAT(shell.lines(), ElementsAre("logger stat_points_none \"zorvik_scene_status=1:1\""));
   EXPECT_THAT(capture.messages(),
@@ -388,7 +400,7 @@ TEST_F(SceneManagerTest, RecordCommandFailureIsLogged) {
 TEST_F(SceneManagerTest, RecordWithoutScenesRunsNoCommand) {
   SceneManager& scenes = open();
   shell.clear();
-  LogCapture capture;
+  LogCapture& capture = captureLog();
   EXPECT_EQ(scenes.recordSceneByCrontab(), kOk);
   EXPECT_THAT(shell.lines(), IsEmpty());
   EXPECT_THAT(capture.messages(), IsEmpty());
@@ -403,7 +415,7 @@ class SceneManagerNtpTest : public SceneManagerTest {
 
 TEST_F(SceneManagerNtpTest, StatusFileSaysOkInAnyLetterCase) {
   SceneManager& scenes = open();
-  LogCapture capture;
+  LogCapture& capture = captureLog();
   dir.write("ntp.status", "ntp ok\nsecond line\n");
   EXPECT_TRUE(scenes.isNtpOk());
   dir.write("ntp.status", "sync: Ok, stratum 2");
@@ -418,7 +430,7 @@ TEST_F(SceneManagerNtpTest, StatusFileSaysOkInAnyLetterCase) {
 
 TEST_F(SceneManagerNtpTest, EmptyOrMissingStatusFileIsNotOk) {
   SceneManager& scenes = open();
-  LogCapture capture;
+  LogCapture& capture = captureLog();
   dir.write("ntp.status", "");
   EXPECT_FALSE(scenes.isNtpOk());
   fs::remove(ntpFile());
@@ -430,11 +442,11 @@ TEST_F(SceneManagerNtpTest, EmptyOrMissingStatusFileIsNotOk) {
 
 TEST_F(SceneManagerNtpTest, WaitLoopPausesFiveSecondsTwentyTimesThenTwenty) {
   std::vector<milliseconds> pauses;
-  SceneManager scenes(store.get(), ntpFile(), [&](milliseconds pause) {
+  SceneManager& scenes = open([&](milliseconds pause) {
     pauses.push_back(pause);
     if (pauses.size() == 23) dir.write("ntp.status", "OK\n");
   });
-  LogCapture capture;
+  LogCapture& capture = captureLog();
   scenes.ntpWaitLoop();
   ASSERT_EQ(pauses.size(), 23u);
   for (size_t i = 0; i < 20; ++i) EXPECT_EQ(pauses[i], milliseconds(5000)) << i;
@@ -450,8 +462,8 @@ TEST_F(SceneManagerNtpTest, WaitLoopPausesFiveSecondsTwentyTimesThenTwenty) {
 TEST_F(SceneManagerNtpTest, StartWithTrustedClockAddsAlarmsAtOnce) {
   dir.write("ntp.status", "OK\n");
   std::vector<milliseconds> pauses;
-  SceneManager scenes(store.get(), ntpFile(), [&](milliseconds pause) { pauses.push_back(pause); });
-  LogCapture capture;
+  SceneManager& scenes = open([&](milliseconds pause) { pauses.push_back(pause); });
+  LogCapture& capture = captureLog();
   scenes.start();
   EXPECT_THAT(pauses, ElementsAre(milliseconds(200)));
   EXPECT_TRUE(scenes.ntpReady());
@@ -468,10 +480,12 @@ TEST_F(SceneManagerNtpTest, StartWithoutTrustedClockWaitsOnItsOwnThread) {
   static SceneManager* const waiting =
       new SceneManager(leakedStore, folder->file("ntp.status"),
                        [](milliseconds) { std::this_thread::sleep_for(milliseconds(10)); });
-  LogCapture capture;
+  fs::remove(folder->file("ntp.status"));
+  LogCapture& capture = captureLog();
+  // start() returns while the clock is still untrusted; the polling goes on behind it.
   waiting->start();
-  EXPECT_FALSE(waiting->ntpReady());
   ASSERT_TRUE(capture.waitFor("Waiting for ntp status ok, times: 2 duration: 5"));
+  EXPECT_FALSE(capture.contains("Ntp status ok, now add existing alarm"));
   folder->write("ntp.status", "ntp ok\n");
   ASSERT_TRUE(capture.waitFor("Ntp status ok, now add existing alarm"));
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
@@ -485,7 +499,7 @@ TEST_F(SceneManagerNtpTest, AlarmsAreReadOnlyOnceTheClockIsTrusted) {
   ASSERT_TRUE(
       store->insertScene(Scene(1, "stored", "[]", R"({"timer":{"time":"06:00","repeat":"1"}})")));
   SceneManager& scenes = open();
-  LogCapture capture;
+  LogCapture& capture = captureLog();
   ASSERT_EQ(scenes.addScene(0, "early", "[]", R"({"timer":{"time":"07:30","repeat":"1"}})"),
             idReply(2));
   EXPECT_FALSE(capture.contains("Alarm timer time:"));
