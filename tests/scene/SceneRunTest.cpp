@@ -352,7 +352,7 @@ TEST_F(SceneRunTest, ConcurrentStartsStopsRebuildsAndDropsStayConsistent) {
         }
         default:
           scene->isProcessing();
-          scene->toJson();
+          json_object_put(scene->toJson());
           break;
       }
       std::this_thread::sleep_for(std::chrono::microseconds(random() % 2000));
