@@ -152,7 +152,7 @@ cd /
 if [ -n "$foreground" ]; then
   : >"$inside/echo"
   : >"$inside/ready"
-  # In the foreground, so that Ctrl-C reaches the daemon; the sandbox ends with it.
+  # The sandbox ends with the daemon.
   /usr/sbin/zorvik
 else
   serve_control
