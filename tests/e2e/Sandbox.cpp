@@ -97,6 +97,7 @@ std::string probeNamespaces() {
   if (geteuid() != 0) return "they need root to build namespaces and mounts";
   TempDir probe;
   const std::string output = probe.file("probe.log");
+  if (run({"ip", "-V"}, output) != 0) return "ip (iproute2) is not installed";
   std::vector<std::string> arguments = {"unshare", "--mount",      "--net",         "--pid",
                                         "--fork",  "--mount-proc", "--propagation", "private",
                                         "--",      "true"};
