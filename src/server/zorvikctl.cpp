@@ -1,6 +1,6 @@
 // zorvikctl: sends one request to the zorvik daemon on 127.0.0.1:9096 and prints its reply.
 //
-//   zorvikctl '<json>'      the request as it stands
+//   zorvikctl '<json>'      the request as it stands (any argument that is no shortcut)
 //   zorvikctl list | count  all scenes, the number of scenes
 //   zorvikctl get|start|stop|delete ID
 //
@@ -62,6 +62,13 @@ void printUsage(std::ostream& out) {
          "  zorvikctl '{\"command\":\"scene_setting\",\"name\":\"Night\",\"action_list\":[]}'\n";
 }
 
+const Shortcut* findShortcut(const char* word) {
+  for (const Shortcut& shortcut : kShortcuts) {
+    if (std::strcmp(word, shortcut.name) == 0) return &shortcut;
+  }
+  return nullptr;
+}
+
 // A scene id given on the command line, when the whole word is a decimal integer.
 std::optional<long> parseId(const char* word) {
   char* end = nullptr;
@@ -71,23 +78,23 @@ std::optional<long> parseId(const char* word) {
   return id;
 }
 
-// The request text of a command line; nothing (after a message) when it makes no sense.
+// The request text of a command line: a shortcut, or else the one argument as it stands;
+// nothing (after a message) when the command line makes no sense.
 std::optional<std::string> requestOf(int argc, char** argv) {
-  if (argc == 2 && argv[1][0] == '{') return std::string(argv[1]);
-  for (const Shortcut& shortcut : kShortcuts) {
-    if (std::strcmp(argv[1], shortcut.name) != 0) continue;
-    const std::string head = std::string("{\"command\":\"") + shortcut.command + "\"";
-    if (!shortcut.takesId && argc == 2) return head + "}";
-    if (!shortcut.takesId || argc != 3) break;
-    const std::optional<long> id = parseId(argv[2]);
-    if (!id) {
-      std::cerr << "zorvikctl: not a scene id: " << argv[2] << "\n";
-      return std::nullopt;
-    }
-    return head + ",\"id\":" + std::to_string(*id) + "}";
+  const Shortcut* shortcut = findShortcut(argv[1]);
+  if (shortcut == nullptr && argc == 2) return std::string(argv[1]);
+  if (shortcut == nullptr || argc != (shortcut->takesId ? 3 : 2)) {
+    printUsage(std::cerr);
+    return std::nullopt;
   }
-  printUsage(std::cerr);
-  return std::nullopt;
+  const std::string head = std::string("{\"command\":\"") + shortcut->command + "\"";
+  if (!shortcut->takesId) return head + "}";
+  const std::optional<long> id = parseId(argv[2]);
+  if (!id) {
+    std::cerr << "zorvikctl: not a scene id: " << argv[2] << "\n";
+    return std::nullopt;
+  }
+  return head + ",\"id\":" + std::to_string(*id) + "}";
 }
 
 // Thrift's own diagnostics would repeat, less clearly, the message printed on failure.

@@ -64,6 +64,11 @@ TEST_F(DaemonStartupTest, ZorvikctlTalksToTheDaemon) {
   EXPECT_NE(output.find("{ \"code\": -1, \"msg\": \"api not exists\" }\n"), std::string::npos);
   EXPECT_NE(output.find("zorvikctl: the daemon answered code -1"), std::string::npos);
 
+  // A word that is no shortcut goes out as the request itself.
+  EXPECT_EQ(sandbox().runInNetwork({ZORVIKCTL_BINARY, "lst"}, output), 1);
+  EXPECT_NE(output.find("{ \"code\": 3, \"msg\": \"parameter format error\" }\n"),
+            std::string::npos);
+
   EXPECT_EQ(sandbox().runInNetwork({ZORVIKCTL_BINARY, "get", "seven"}, output), 2);
   EXPECT_NE(output.find("not a scene id: seven"), std::string::npos);
 
