@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <boost/date_time/posix_time/posix_time.hpp>
+#include <boost/lexical_cast/bad_lexical_cast.hpp>
 #include <cstdlib>
 #include <ctime>
 #include <optional>
@@ -32,6 +33,15 @@ constexpr int kDaysPerWeek = 7;
 constexpr int32_t kSundayAlias = 7;
 constexpr int32_t kSunday = 0;
 constexpr unsigned kSaturday = 6;
+// The years the calendar library can hold.
+constexpr int kFirstCalendarYear = 1400;
+constexpr int kLastCalendarYear = 9999;
+constexpr int kTmYearBase = 1900;
+// The duration reader splits a time text at these characters into hours, minutes, seconds and
+// fraction; the minutes and seconds are read as 16-bit numbers.
+const char kTimeDelimiters[] = "-:,.";
+constexpr size_t kMinutesField = 1;
+constexpr size_t kSecondsField = 2;
 
 // The string form of a key's value, or "" for a JSON null.
 std::string stringOf(json_object* value) {
@@ -60,9 +70,14 @@ std::optional<int32_t> weekdayOf(const std::string& piece) {
   return day;
 }
 
-// The local time of a calendar breakdown plus some microseconds.
+// The local time of a calendar breakdown plus some microseconds. A year outside the calendar
+// is refused rather than cut to 16 bits, which would move a far instant into this century.
 pt::ptime ptimeOf(const struct tm& local, int64_t microseconds) {
-  const gr::date day(static_cast<unsigned short>(local.tm_year + 1900),
+  const int year = local.tm_year + kTmYearBase;
+  if (year < kFirstCalendarYear || year > kLastCalendarYear) {
+    throw std::out_of_range("alarm instant out of range");
+  }
+  const gr::date day(static_cast<unsigned short>(year),
                      static_cast<unsigned short>(local.tm_mon + 1),
                      static_cast<unsigned short>(local.tm_mday));
   return pt::ptime(day, pt::hours(local.tm_hour) + pt::minutes(local.tm_min) +
@@ -76,6 +91,32 @@ pt::ptime localTimeOf(time_t seconds, int64_t microseconds) {
     throw std::out_of_range("alarm instant out of range");
   }
   return ptimeOf(local, microseconds);
+}
+
+// A number as the duration reader's 16-bit conversion accepts it: a sign, then digits only.
+bool isPlainNumber(const std::string& field) {
+  const size_t sign = !field.empty() && (field[0] == '+' || field[0] == '-') ? 1 : 0;
+  return field.size() > sign && field.find_first_not_of("0123456789", sign) == std::string::npos;
+}
+
+// The time of day of a weekly alarm, read with the library's delimited-duration reader. That
+// reader overflows a signed integer inside its 16-bit conversion when the minutes or seconds
+// hold other characters than digits; it refuses such a text in the end anyway, so it is refused
+// here first, with the exception the reader would throw.
+pt::time_duration timeOfDayOf(const std::string& text) {
+  size_t field = 0;
+  for (size_t start = 0; start < text.size();) {
+    const size_t end = std::min(text.find_first_of(kTimeDelimiters, start), text.size());
+    if (end > start) {
+      const bool sixteenBit = field == kMinutesField || field == kSecondsField;
+      if (sixteenBit && !isPlainNumber(text.substr(start, end - start))) {
+        throw boost::bad_lexical_cast();
+      }
+      ++field;
+    }
+    start = end + 1;
+  }
+  return pt::duration_from_string(text);
 }
 
 int64_t millisecondsOf(const pt::time_duration& duration) {
@@ -202,7 +243,7 @@ int64_t AlarmObject::getFirstAlarm(const pt::ptime& now) {
     return result;
   }
 
-  const pt::time_duration timeOfDay = pt::duration_from_string(time_);
+  const pt::time_duration timeOfDay = timeOfDayOf(time_);
   const int weekday = now.date().day_of_week().as_number();
   // An alarm due today counts when its time of day has not passed yet; exactly now is due now.
   const bool passedToday = timeOfDay < now.time_of_day();
@@ -236,7 +277,7 @@ int64_t AlarmObject::getNextAlarm(const pt::ptime& now) {
     minDuration = std::min(minDuration, candidate);
   }
   ZLOG(kLogInfo) << "period alarm, minDuration=" << minDuration;
-  const pt::ptime next = weeklyFiring(now, minDuration, pt::duration_from_string(time_));
+  const pt::ptime next = weeklyFiring(now, minDuration, timeOfDayOf(time_));
   const pt::time_duration diff = next - now;
   const int64_t result = millisecondsOf(diff);
   ZLOG(kLogInfo) << "period alarm, now: " << now;
