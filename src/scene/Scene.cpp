@@ -437,7 +437,9 @@ bool Scene::isWeeklyTurn(const Action& action, int32_t week, const std::string& 
   std::string shifted;
   const int32_t dayOffset = shiftTime(alarmTime, delay, shifted);
   if (dayOffset < 0 || !startsWith(shifted, time)) return false;
-  return containsDay(repeat(), (week + 7 - dayOffset) % 7);
+  // Wide arithmetic: the caller's weekday may be any 32-bit number.
+  const int64_t weekday = (static_cast<int64_t>(week) + 7 - dayOffset) % 7;
+  return containsDay(repeat(), static_cast<int32_t>(weekday));
 }
 
 void Scene::replayAction(Action& action, const char* label) {
@@ -450,13 +452,15 @@ int32_t Scene::shiftTime(const std::string& time, int32_t delayMs, std::string& 
   if (colon == std::string::npos) return -1;
   const size_t nextColon = time.find(':', colon + 1);
   const std::string minutesPart = time.substr(colon + 1, nextColon - colon - 1);
-  int32_t hours = atoi(time.substr(0, colon).c_str());
-  const int32_t minutes = atoi(minutesPart.c_str()) + delayMs / kMsPerMinute;
+  // Wide arithmetic: the stored time text may hold any number, the delay is added to it.
+  int64_t hours = atoi(time.substr(0, colon).c_str());
+  const int64_t minutes = atoi(minutesPart.c_str()) + static_cast<int64_t>(delayMs / kMsPerMinute);
   hours += minutes / 60;
   char text[32];
-  snprintf(text, sizeof(text), "%02d:%02d", hours % 24, minutes % 60);
+  snprintf(text, sizeof(text), "%02lld:%02lld", static_cast<long long>(hours % 24),
+           static_cast<long long>(minutes % 60));
   shifted = text;
-  return (hours / 24) % 7;
+  return static_cast<int32_t>((hours / 24) % 7);
 }
 
 }  // namespace zorvik
