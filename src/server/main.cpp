@@ -11,6 +11,7 @@
 #include <thrift/server/TNonblockingServer.h>
 #include <thrift/transport/TNonblockingServerSocket.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
@@ -38,6 +39,12 @@ constexpr size_t kUnlimitedPendingTasks = 0;
 // No request of this service comes near this size; a frame announcing more closes its connection
 // instead of making a router allocate it.
 constexpr size_t kMaxFrameSize = 4 * 1024 * 1024;
+// No string of a message can be longer than its frame. Without this bound the binary protocol
+// believes the length a caller announces and allocates (and zero-fills) that much before it
+// finds the frame too short: a 16-byte frame announcing 2 GiB would make the router allocate
+// 2 GiB, and a failed allocation ends the process inside Thrift.
+constexpr int32_t kMaxStringSize = static_cast<int32_t>(kMaxFrameSize);
+constexpr int32_t kNoContainerLimit = 0;
 constexpr int kExitCannotServe = 1;
 
 // Thrift's own diagnostics go to the daemon's log. They mix start-up notes with callers' faults
@@ -55,8 +62,11 @@ std::shared_ptr<ThreadManager> startWorkers() {
 std::unique_ptr<TNonblockingServer> buildServer() {
   auto processor =
       std::make_shared<zorvik::ZorvikProcessor>(std::make_shared<zorvik::ZorvikHandler>());
-  // Strict read off (unversioned callers are accepted), strict write on, no size limits.
-  auto protocol = std::make_shared<TBinaryProtocolFactory>(0, 0, false, true);
+  // Strict read off (unversioned callers are accepted), strict write on, strings no longer
+  // than a frame, containers unbounded (this service's messages hold none, and skipping an
+  // unknown one allocates nothing).
+  auto protocol =
+      std::make_shared<TBinaryProtocolFactory>(kMaxStringSize, kNoContainerLimit, false, true);
   auto socket = std::make_shared<TNonblockingServerSocket>(kListenAddress, kListenPort);
   auto server = std::make_unique<TNonblockingServer>(processor, protocol, socket, startWorkers());
   server->setMaxFrameSize(kMaxFrameSize);
