@@ -4,6 +4,7 @@
 //
 // Threads: this thread becomes the server's only I/O thread; three worker threads run the
 // `request` calls. Every object made here lives until the process ends.
+#include <sys/resource.h>
 #include <thrift/Thrift.h>
 #include <thrift/concurrency/ThreadFactory.h>
 #include <thrift/concurrency/ThreadManager.h>
@@ -46,6 +47,12 @@ constexpr size_t kMaxFrameSize = 4 * 1024 * 1024;
 constexpr int32_t kMaxStringSize = static_cast<int32_t>(kMaxFrameSize);
 constexpr int32_t kNoContainerLimit = 0;
 constexpr int kExitCannotServe = 1;
+// Descriptors kept for the daemon's own needs (standard streams, log, store and its journal,
+// timer pipe, Thrift's notification pipe and event loop, popen pipes, service clients) when the
+// number of callers' connections is derived from the descriptor limit.
+constexpr rlim_t kReservedDescriptors = 64;
+// Callers beyond the limit are refused until the count is back at the limit, not below it.
+constexpr double kNoOverloadHysteresis = 1.0;
 
 // Thrift's own diagnostics go to the daemon's log. They mix start-up notes with callers' faults
 // (a reset connection, an oversized frame), none of them a fault of the daemon: info level.
@@ -59,6 +66,20 @@ std::shared_ptr<ThreadManager> startWorkers() {
   return workers;
 }
 
+// Keeps callers' connections within the process's descriptor limit. Thrift ends serve() when
+// accept() fails for want of a descriptor, which would end the daemon; connections beyond what
+// the limit leaves after the daemon's own needs are therefore closed as soon as they are
+// accepted. The limit itself is left as the system set it.
+void limitConnections(TNonblockingServer& server) {
+  rlimit descriptors{};
+  if (getrlimit(RLIMIT_NOFILE, &descriptors) != 0 || descriptors.rlim_cur == RLIM_INFINITY) return;
+  const rlim_t connections =
+      descriptors.rlim_cur > kReservedDescriptors ? descriptors.rlim_cur - kReservedDescriptors : 1;
+  server.setMaxConnections(static_cast<size_t>(connections));
+  server.setOverloadAction(apache::thrift::server::T_OVERLOAD_CLOSE_ON_ACCEPT);
+  server.setOverloadHysteresis(kNoOverloadHysteresis);
+}
+
 std::unique_ptr<TNonblockingServer> buildServer() {
   auto processor =
       std::make_shared<zorvik::ZorvikProcessor>(std::make_shared<zorvik::ZorvikHandler>());
@@ -70,6 +91,7 @@ std::unique_ptr<TNonblockingServer> buildServer() {
   auto socket = std::make_shared<TNonblockingServerSocket>(kListenAddress, kListenPort);
   auto server = std::make_unique<TNonblockingServer>(processor, protocol, socket, startWorkers());
   server->setMaxFrameSize(kMaxFrameSize);
+  limitConnections(*server);
   return server;
 }
 
