@@ -4,6 +4,7 @@
 //
 // Threads: this thread becomes the server's only I/O thread; three worker threads run the
 // `request` calls. Every object made here lives until the process ends.
+#include <malloc.h>
 #include <sys/resource.h>
 #include <thrift/Thrift.h>
 #include <thrift/concurrency/ThreadFactory.h>
@@ -53,6 +54,8 @@ constexpr int kExitCannotServe = 1;
 constexpr rlim_t kReservedDescriptors = 64;
 // Callers beyond the limit are refused until the count is back at the limit, not below it.
 constexpr double kNoOverloadHysteresis = 1.0;
+// Buffers from this size up are mapped on their own and handed back to the system when freed.
+constexpr int kLargeBufferSize = 128 * 1024;
 
 // Thrift's own diagnostics go to the daemon's log. They mix start-up notes with callers' faults
 // (a reset connection, an oversized frame), none of them a fault of the daemon: info level.
@@ -64,6 +67,18 @@ std::shared_ptr<ThreadManager> startWorkers() {
   workers->threadFactory(std::make_shared<ThreadFactory>(/*detached=*/true));
   workers->start();
   return workers;
+}
+
+// A request near the frame bound passes through buffers of several MiB (frame, parameter, JSON
+// parser) on the I/O thread and on a worker. glibc raises its mmap threshold when such a buffer
+// is freed and then serves the next ones from the thread's arena, where they stay resident:
+// after a few large requests the daemon kept some 50 MiB for good. A fixed threshold keeps
+// large buffers mapped on their own, so memory goes back to the system once a request is done.
+// Other C libraries (musl) return large blocks anyway.
+void returnLargeBuffersToTheSystem() {
+#if defined(__GLIBC__)
+  mallopt(M_MMAP_THRESHOLD, kLargeBufferSize);
+#endif
 }
 
 // Keeps callers' connections within the process's descriptor limit. Thrift ends serve() when
@@ -98,6 +113,7 @@ std::unique_ptr<TNonblockingServer> buildServer() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  returnLargeBuffersToTheSystem();
   std::cout << "argc is " << argc << ", argv is NULL? " << (argv == nullptr) << std::endl;
   zorvik::openLog();
   apache::thrift::GlobalOutput.setOutputFunction(logThriftOutput);
