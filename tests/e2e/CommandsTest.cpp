@@ -7,9 +7,6 @@
 namespace zorvik {
 namespace {
 
-const char kSuccess[] = R"({ "code": 0, "msg": "" })";
-const char kFormatError[] = R"({ "code": 3, "msg": "parameter format error" })";
-const char kApiNotExists[] = R"({ "code": -1, "msg": "api not exists" })";
 const char kNotFound[] = R"({ "code": 3502, "msg": "scene not found" })";
 const char kProcessing[] = R"({ "code": 3505, "msg": "scene is processing" })";
 const char kNoHomeLaunch[] = R"({ "code": 3506, "msg": "scene has not home launch mode" })";
@@ -40,22 +37,23 @@ using DaemonCommandsTest = DaemonFixture;
 
 TEST_F(DaemonCommandsTest, MalformedRequestsAreAnsweredExactly) {
   const std::pair<const char*, const char*> cases[] = {
-      {"", kFormatError},
-      {"not json", kFormatError},
-      {"null", kFormatError},
-      {"[1,2]", kFormatError},
-      {"{}", kFormatError},
-      {R"({"command":null})", kFormatError},
-      {R"({"command":"scene_stat"})", kApiNotExists},
-      {R"({"command":7})", kApiNotExists},
-      {R"({"command":"scene_start"})", kFormatError},
-      {R"({"command":"scene_setting","name":"","action_list":[]})", kFormatError},
-      {R"({"command":"scene_setting","name":"N","action_list":{"a":1}})", kFormatError},
-      {R"({"command":"scene_start_by_device_status","mac":"","connected":true})", kFormatError},
-      {R"({"command":"scene_start_by_crontab","week":1,"time":""})", kFormatError},
+      {"", kFormatErrorReply},
+      {"not json", kFormatErrorReply},
+      {"null", kFormatErrorReply},
+      {"[1,2]", kFormatErrorReply},
+      {"{}", kFormatErrorReply},
+      {R"({"command":null})", kFormatErrorReply},
+      {R"({"command":"scene_stat"})", kApiNotExistsReply},
+      {R"({"command":7})", kApiNotExistsReply},
+      {R"({"command":"scene_start"})", kFormatErrorReply},
+      {R"({"command":"scene_setting","name":"","action_list":[]})", kFormatErrorReply},
+      {R"({"command":"scene_setting","name":"N","action_list":{"a":1}})", kFormatErrorReply},
+      {R"({"command":"scene_start_by_device_status","mac":"","connected":true})",
+       kFormatErrorReply},
+      {R"({"command":"scene_start_by_crontab","week":1,"time":""})", kFormatErrorReply},
   };
   for (const auto& [parameter, reply] : cases) EXPECT_EQ(request(parameter), reply) << parameter;
-  EXPECT_EQ(request(R"({"command":"get_scene_count"})"), withCode0(R"("count": 0)"));
+  EXPECT_EQ(request(kCountRequest), withCode0(R"("count": 0)"));
 }
 
 TEST_F(DaemonCommandsTest, ScenesAreAddedListedChangedAndDeleted) {
@@ -73,14 +71,14 @@ TEST_F(DaemonCommandsTest, ScenesAreAddedListedChangedAndDeleted) {
                       bigJson + " ]"));
   EXPECT_EQ(request(R"({"command":"get_single_scene_setting","id":2})"),
             withCode0(std::string(R"("scene": )") + kMorningJson));
-  EXPECT_EQ(request(R"({"command":"get_single_scene_setting","id":99})"), kSuccess);
+  EXPECT_EQ(request(R"({"command":"get_single_scene_setting","id":99})"), kSuccessReply);
   EXPECT_EQ(request(R"({"command":"get_multiple_scene_setting","start_id":2,"end_id":30010})"),
             withCode0(std::string(R"("scene_list": [ )") + kMorningJson + ", " + bigJson + " ]"));
-  EXPECT_EQ(request(R"({"command":"get_scene_count"})"), withCode0(R"("count": 3)"));
+  EXPECT_EQ(request(kCountRequest), withCode0(R"("count": 3)"));
 
   EXPECT_EQ(request(R"({"command":"scene_update","id":2,"name":"Dawn","action_list":[],)"
                     R"("launch":{"leave_home":{"mac":"AA:BB:CC:DD:EE:02"}}})"),
-            kSuccess);
+            kSuccessReply);
   const std::string dawnJson = R"({ "id": 2, "name": "Dawn", "action_list": [ ], )"
                                R"("launch": { "leave_home": { "mac": "AA:BB:CC:DD:EE:02" } } })";
   EXPECT_EQ(request(R"({"command":"get_single_scene_setting","id":2})"),
@@ -88,20 +86,20 @@ TEST_F(DaemonCommandsTest, ScenesAreAddedListedChangedAndDeleted) {
   EXPECT_EQ(request(R"({"command":"scene_update","id":99,"name":"X","action_list":[]})"),
             kNotFound);
 
-  EXPECT_EQ(request(R"({"command":"scene_launch_delete","id":2})"), kSuccess);
+  EXPECT_EQ(request(R"({"command":"scene_launch_delete","id":2})"), kSuccessReply);
   EXPECT_EQ(request(R"({"command":"get_single_scene_setting","id":2})"),
             withCode0(R"("scene": { "id": 2, "name": "Dawn", "action_list": [ ] })"));
   EXPECT_EQ(request(R"({"command":"scene_launch","id":2,"launch":{"go_home":{"mac":"AB"}}})"),
-            kSuccess);
+            kSuccessReply);
   EXPECT_EQ(request(R"({"command":"get_single_scene_setting","id":2})"),
             withCode0(R"("scene": { "id": 2, "name": "Dawn", "action_list": [ ], )"
                       R"("launch": { "go_home": { "mac": "AB" } } })"));
   EXPECT_EQ(request(R"({"command":"scene_launch","id":99,"launch":{"timer":{}}})"), kNotFound);
   EXPECT_EQ(request(R"({"command":"scene_launch_delete","id":99})"), kNotFound);
 
-  EXPECT_EQ(request(R"({"command":"scene_delete","id":30010})"), kSuccess);
+  EXPECT_EQ(request(R"({"command":"scene_delete","id":30010})"), kSuccessReply);
   EXPECT_EQ(request(R"({"command":"scene_delete","id":30010})"), kNotFound);
-  EXPECT_EQ(request(R"({"command":"get_scene_count"})"), withCode0(R"("count": 2)"));
+  EXPECT_EQ(request(kCountRequest), withCode0(R"("count": 2)"));
 }
 
 TEST_F(DaemonCommandsTest, ScenesAreStartedStoppedAndTriggered) {
@@ -110,11 +108,11 @@ TEST_F(DaemonCommandsTest, ScenesAreStartedStoppedAndTriggered) {
 
   EXPECT_EQ(request(R"({"command":"is_scene_processing","id":1})"),
             withCode0(R"("processing": 0)"));
-  EXPECT_EQ(request(R"({"command":"scene_start","id":1})"), kSuccess);
+  EXPECT_EQ(request(R"({"command":"scene_start","id":1})"), kSuccessReply);
   EXPECT_EQ(request(R"({"command":"scene_start","id":1})"), kProcessing);
   EXPECT_EQ(request(R"({"command":"is_scene_processing","id":1})"),
             withCode0(R"("processing": 1)"));
-  EXPECT_EQ(request(R"({"command":"scene_stop","id":1})"), kSuccess);
+  EXPECT_EQ(request(R"({"command":"scene_stop","id":1})"), kSuccessReply);
   EXPECT_EQ(request(R"({"command":"is_scene_processing","id":1})"),
             withCode0(R"("processing": 0)"));
   EXPECT_EQ(request(R"({"command":"scene_start","id":99})"), kNotFound);
@@ -127,14 +125,15 @@ TEST_F(DaemonCommandsTest, ScenesAreStartedStoppedAndTriggered) {
             kNoHomeLaunch);
   EXPECT_EQ(request(R"({"command":"scene_start_by_device_status","mac":"aa:bb:cc:dd:ee:01",)"
                     R"("connected":true})"),
-            kSuccess);
+            kSuccessReply);
   EXPECT_EQ(request(R"({"command":"is_scene_processing","id":1})"),
             withCode0(R"("processing": 1)"));
-  EXPECT_EQ(request(R"({"command":"scene_stop","id":1})"), kSuccess);
+  EXPECT_EQ(request(R"({"command":"scene_stop","id":1})"), kSuccessReply);
 
-  EXPECT_EQ(request(R"({"command":"scene_start_by_crontab","week":1,"time":"07:30"})"), kSuccess);
+  EXPECT_EQ(request(R"({"command":"scene_start_by_crontab","week":1,"time":"07:30"})"),
+            kSuccessReply);
   // A scene without a timer launch still counts as enabled in the status record.
-  EXPECT_EQ(request(R"({"command":"scene_record_by_crontab"})"), kSuccess);
+  EXPECT_EQ(request(R"({"command":"scene_record_by_crontab"})"), kSuccessReply);
   EXPECT_TRUE(sandbox().waitForCalls("/usr/bin/logger stat_points_none zorvik_scene_status=1:1|2:1",
                                      1, std::chrono::milliseconds(5000)))
       << sandbox().describeCalls();

@@ -32,8 +32,6 @@ std::map<std::string, std::string> hostFootprint() {
   return footprint;
 }
 
-const char kCountRequest[] = R"({"command":"get_scene_count"})";
-
 }  // namespace
 
 void DaemonFixture::SetUp() {

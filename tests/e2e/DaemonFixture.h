@@ -19,6 +19,13 @@
 
 namespace zorvik {
 
+// Replies and requests that many tests use, to the byte.
+inline constexpr char kSuccessReply[] = R"({ "code": 0, "msg": "" })";
+inline constexpr char kFormatErrorReply[] = R"({ "code": 3, "msg": "parameter format error" })";
+inline constexpr char kApiNotExistsReply[] = R"({ "code": -1, "msg": "api not exists" })";
+inline constexpr char kNoScenesReply[] = R"({ "code": 0, "msg": "", "count": 0 })";
+inline constexpr char kCountRequest[] = R"({"command":"get_scene_count"})";
+
 class DaemonFixture : public ::testing::Test {
  protected:
   static constexpr const char* kDaemon = "zorvik";

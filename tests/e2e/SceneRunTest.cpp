@@ -12,7 +12,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-const char kSuccess[] = R"({ "code": 0, "msg": "" })";
 const milliseconds kRunTimeout(15000);
 
 // Blocks a device's internet at once (the first action waits 500 ms), switches a lamp through
@@ -61,7 +60,7 @@ using DaemonSceneRunTest = DaemonFixture;
 TEST_F(DaemonSceneRunTest, RunDrivesTheRouterInOrderAndReportsToTheFeed) {
   ASSERT_EQ(request(kEveningRequest), R"({ "code": 0, "msg": "", "id": 1 })");
   const double started = secondsSinceEpoch();
-  ASSERT_EQ(request(R"({"command":"scene_start","id":1})"), kSuccess);
+  ASSERT_EQ(request(R"({"command":"scene_start","id":1})"), kSuccessReply);
   ASSERT_TRUE(sandbox().waitForCalls("/sbin/wifi down", 1, kRunTimeout))
       << sandbox().describeCalls();
 
@@ -85,10 +84,23 @@ TEST_F(DaemonSceneRunTest, HomecomingStartsTheSceneOfThatPhone) {
   ASSERT_EQ(request(kEveningRequest), R"({ "code": 0, "msg": "", "id": 1 })");
   EXPECT_EQ(request(R"({"command":"scene_start_by_device_status","mac":"aa:bb:cc:dd:ee:01",)"
                     R"("connected":true})"),
-            kSuccess);
+            kSuccessReply);
   ASSERT_TRUE(sandbox().waitForCalls("/sbin/wifi down", 1, kRunTimeout))
       << sandbox().describeCalls();
   EXPECT_EQ(commandsOf(sceneCalls(sandbox())), kEveningCommands);
+}
+
+// The TV of the sandbox's LAN is 192.168.31.23, known from the ARP table by its MAC address.
+TEST_F(DaemonSceneRunTest, TvActionFindsTheTvThroughTheArpTable) {
+  ASSERT_EQ(request(R"({"command":"scene_setting","name":"Film","action_list":[)"
+                    R"({"thirdParty":"tevra","type":"tv","payload":)"
+                    R"({"mac":"AA:BB:CC:DD:EE:FF","command":"poweroff"}}]})"),
+            R"({ "code": 0, "msg": "", "id": 1 })");
+  ASSERT_EQ(request(R"({"command":"scene_start","id":1})"), kSuccessReply);
+  ASSERT_TRUE(sandbox().waitForCalls("/usr/bin/curl", 1, kRunTimeout)) << sandbox().describeCalls();
+  EXPECT_EQ(commandsOf(sceneCalls(sandbox())),
+            std::vector<std::string>{"/usr/bin/curl -s -k --connect-timeout 10 "
+                                     "http://192.168.31.23/cgi-bin/powerctrl.cgi?off=1"});
 }
 
 TEST_F(DaemonSceneRunTest, ScenesSurviveARestart) {
@@ -96,7 +108,7 @@ TEST_F(DaemonSceneRunTest, ScenesSurviveARestart) {
   ASSERT_EQ(request(R"({"command":"scene_setting","name":"Quiet","action_list":[]})"),
             R"({ "code": 0, "msg": "", "id": 2 })");
   ASSERT_EQ(request(R"({"command":"scene_launch","id":2,"launch":{"leave_home":{"mac":"AB"}}})"),
-            kSuccess);
+            kSuccessReply);
   const std::string before = request(R"({"command":"get_scene_setting"})");
 
   restartDaemon(kDaemon, "restarted");
@@ -109,13 +121,13 @@ TEST_F(DaemonSceneRunTest, ResetForgetsTheStoredScenesAtTheNextStart) {
   ASSERT_EQ(request(kEveningRequest), R"({ "code": 0, "msg": "", "id": 1 })");
   ASSERT_TRUE(std::filesystem::exists(sandbox().dataFile("SmartTask.db")));
 
-  EXPECT_EQ(request(R"({"command":"reset_scenes"})"), kSuccess);
+  EXPECT_EQ(request(R"({"command":"reset_scenes"})"), kSuccessReply);
   EXPECT_FALSE(std::filesystem::exists(sandbox().dataFile("SmartTask.db")));
   // The running daemon keeps its registry until it restarts.
-  EXPECT_EQ(request(R"({"command":"get_scene_count"})"), R"({ "code": 0, "msg": "", "count": 1 })");
+  EXPECT_EQ(request(kCountRequest), R"({ "code": 0, "msg": "", "count": 1 })");
 
   restartDaemon(kDaemon, "restarted");
-  EXPECT_EQ(request(R"({"command":"get_scene_count"})"), R"({ "code": 0, "msg": "", "count": 0 })");
+  EXPECT_EQ(request(kCountRequest), kNoScenesReply);
   EXPECT_TRUE(std::filesystem::exists(sandbox().dataFile("SmartTask.db")));
 }
 

@@ -11,9 +11,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-const char kCountRequest[] = R"({"command":"get_scene_count"})";
-const char kNoScenes[] = "{ \"code\": 0, \"msg\": \"\", \"count\": 0 }";
-
 using DaemonStartupTest = DaemonFixture;
 
 TEST_F(DaemonStartupTest, PrintsItsTwoLinesAndNothingElse) {
@@ -25,7 +22,7 @@ TEST_F(DaemonStartupTest, PrintsItsTwoLinesAndNothingElse) {
 TEST_F(DaemonStartupTest, ListensOnLoopbackOnly) {
   EXPECT_EQ(sandbox().connectTo("192.168.31.1", kServicePort), -1);
   EXPECT_EQ(errno, ECONNREFUSED);
-  EXPECT_EQ(request(kCountRequest), kNoScenes);
+  EXPECT_EQ(request(kCountRequest), kNoScenesReply);
 }
 
 TEST_F(DaemonStartupTest, SecondDaemonOnATakenPortEndsWithAMessage) {
@@ -42,7 +39,7 @@ TEST_F(DaemonStartupTest, SecondDaemonOnATakenPortEndsWithAMessage) {
 }
 
 TEST_F(DaemonStartupTest, LogLinesReachTheSystemLog) {
-  EXPECT_EQ(request(kCountRequest), kNoScenes);
+  EXPECT_EQ(request(kCountRequest), kNoScenesReply);
   ASSERT_TRUE(sandbox().syslog().waitFor("]get scenes count", milliseconds(5000)));
   const std::regex tunnelLine(R"(<14>\w{3} [ \d]\d \d\d:\d\d:\d\d zorvik\[\d+\]: )"
                               R"(\[ZORVIK INFO ZorvikTunnel\.cpp:\d+\]get scenes count\n)");
@@ -58,7 +55,7 @@ TEST_F(DaemonStartupTest, LogLinesReachTheSystemLog) {
 TEST_F(DaemonStartupTest, ZorvikctlTalksToTheDaemon) {
   std::string output;
   EXPECT_EQ(sandbox().runInNetwork({ZORVIKCTL_BINARY, "count"}, output), 0);
-  EXPECT_EQ(output, std::string(kNoScenes) + "\n");
+  EXPECT_EQ(output, std::string(kNoScenesReply) + "\n");
 
   EXPECT_EQ(sandbox().runInNetwork({ZORVIKCTL_BINARY, R"({"command":"scene_stat"})"}, output), 1);
   EXPECT_NE(output.find("{ \"code\": -1, \"msg\": \"api not exists\" }\n"), std::string::npos);

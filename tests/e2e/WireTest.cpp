@@ -27,9 +27,6 @@ using apache::thrift::transport::TMemoryBuffer;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-const char kCountRequest[] = R"({"command":"get_scene_count"})";
-const char kApiNotExists[] = R"({ "code": -1, "msg": "api not exists" })";
-const char kFormatError[] = R"({ "code": 3, "msg": "parameter format error" })";
 const char kRecordRequest[] = R"({"command":"scene_record_by_crontab"})";
 constexpr uint32_t kFrameBound = 4 * 1024 * 1024;
 
@@ -129,10 +126,12 @@ TEST_F(DaemonWireTest, UnknownMethodIsRefusedAndTheConnectionStaysUsable) {
   EXPECT_EQ(refusal.getType(), TApplicationException::UNKNOWN_METHOD);
   EXPECT_STREQ(refusal.what(), "Invalid method name: 'Request'");
 
-  EXPECT_EQ(connection->request(R"({"command":"nope"})"), kApiNotExists);
+  EXPECT_EQ(connection->request(R"({"command":"nope"})"), kApiNotExistsReply);
 }
 
-TEST_F(DaemonWireTest, EmptyParameterReachesTheTunnel) { EXPECT_EQ(request(""), kFormatError); }
+TEST_F(DaemonWireTest, EmptyParameterReachesTheTunnel) {
+  EXPECT_EQ(request(""), kFormatErrorReply);
+}
 
 TEST_F(DaemonWireTest, GarbageInsideAFrameIsNotAnswered) {
   RawConnection garbage = rawConnection();
@@ -159,7 +158,7 @@ TEST_F(DaemonWireTest, FramesBeyondFourMebibytesAreCutOffWhileLargeOnesAreServed
   EXPECT_EQ(awaitPeer(enormous, milliseconds(5000)), PeerState::kClosed);
 
   const std::string padding(3 * 1024 * 1024, 'x');
-  EXPECT_EQ(request(R"({"command":"nope","pad":")" + padding + "\"}"), kApiNotExists);
+  EXPECT_EQ(request(R"({"command":"nope","pad":")" + padding + "\"}"), kApiNotExistsReply);
   expectStillServing();
 }
 
@@ -180,7 +179,7 @@ TEST_F(DaemonWireTest, IdleAndTruncatedConnectionsDoNotHoldUpOthers) {
   ASSERT_TRUE(truncated.send(call.substr(0, call.size() / 2)));
 
   const Clock::time_point asked = Clock::now();
-  EXPECT_EQ(request(kCountRequest), R"({ "code": 0, "msg": "", "count": 0 })");
+  EXPECT_EQ(request(kCountRequest), kNoScenesReply);
   EXPECT_LT(Clock::now() - asked, milliseconds(5000));
   EXPECT_EQ(awaitPeer(idle, milliseconds(200)), PeerState::kSilent);
   EXPECT_EQ(awaitPeer(truncated, milliseconds(200)), PeerState::kSilent);
@@ -232,7 +231,7 @@ TEST_F(DaemonWireTest, FourthRequestWaitsForAFreeWorker) {
   ASSERT_TRUE(sandbox().waitForCalls("/usr/bin/logger", 1, milliseconds(5000)));
   std::this_thread::sleep_for(milliseconds(300));
   const Clock::time_point asked = Clock::now();
-  EXPECT_EQ(fourth->request(R"({"command":"scene_start"})"), kFormatError);
+  EXPECT_EQ(fourth->request(R"({"command":"scene_start"})"), kFormatErrorReply);
   const Clock::time_point fourthAnswered = Clock::now();
 
   std::vector<Clock::time_point> slowAnswered;
