@@ -27,5 +27,11 @@ test-tsan: deps
 run: build
 	scripts/run-dev.sh $(BUILD_DIR)
 
+# The unit suites cross-built for 64-bit Arm into build-arm64/ and run under qemu with a router's
+# 128 KiB thread stacks; the first run installs the arm64 cross tool chain. Not part of CI.
+.PHONY: test-arm64
+test-arm64: deps
+	JOBS=$(JOBS) scripts/test-arm64.sh
+
 clean:
 	rm -rf build build-asan build-tsan
