@@ -47,12 +47,8 @@ json_object* memberOf(json_object* request, const char* key) {
   return value;
 }
 
-// json-c's string form of a present member: a string's own bytes (an embedded NUL included),
-// the JSON text of any other value.
+// json-c's string form of a present member: a string's text, the JSON text of any other value.
 std::string textOf(json_object* value) {
-  if (json_object_is_type(value, json_type_string)) {
-    return std::string(json_object_get_string(value), json_object_get_string_len(value));
-  }
   const char* text = json_object_get_string(value);
   return text != nullptr ? text : "";
 }
