@@ -142,6 +142,17 @@ TEST_F(DaemonWireTest, GarbageInsideAFrameIsNotAnswered) {
   expectStillServing();
 }
 
+// A small frame whose parameter claims to be 2 GiB long gets no answer and harms no one.
+TEST_F(DaemonWireTest, ParameterLongerThanItsFrameIsNotAnswered) {
+  const std::string call = callMessage("request", "");
+  // The call ends with the parameter's length (0) and the stop byte: claim 2 GiB instead.
+  const std::string boasting = call.substr(0, call.size() - 5) + frameLength(0x7ffffff0) + "\0";
+  RawConnection caller = rawConnection();
+  ASSERT_TRUE(caller.send(frame(boasting)));
+  EXPECT_NE(awaitPeer(caller, milliseconds(1000)), PeerState::kAnswered);
+  expectStillServing();
+}
+
 TEST_F(DaemonWireTest, HttpRequestReadsAsAnOversizedFrameAndIsCutOff) {
   RawConnection http = rawConnection();
   ASSERT_TRUE(http.send("GET / HTTP/1.1\r\nHost: router\r\n\r\n"));
