@@ -1,0 +1,85 @@
+#include "StressFixture.h"
+
+#include <cstdlib>
+#include <sstream>
+
+namespace zorvik {
+namespace {
+
+const char kDatabaseFile[] = "SmartTask.db";
+const char kListRequest[] = R"({"command":"get_scene_setting"})";
+// What every sanitizer report line or its summary carries ("WARNING: ThreadSanitizer: ...",
+// "ERROR: AddressSanitizer: ...", "file.cpp:12:3: runtime error: ...").
+const char* const kReportMarkers[] = {"Sanitizer", "runtime error:"};
+// How much of an instance's standard error a failure shows.
+constexpr size_t kLongestReport = 64 * 1024;
+
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr int kSlowdown = 5;
+#else
+constexpr int kSlowdown = 1;
+#endif
+
+bool isReportLine(const std::string& line) {
+  for (const char* marker : kReportMarkers) {
+    if (line.find(marker) != std::string::npos) return true;
+  }
+  return false;
+}
+
+#if defined(__SANITIZE_THREAD__)
+// The daemon inherits this process's environment through the sandbox. Set before main(), while
+// this process has a single thread.
+const bool kSuppressionsGiven = [] {
+  const char* given = std::getenv("TSAN_OPTIONS");
+  const std::string options =
+      std::string(given == nullptr ? "" : given) + " suppressions=" + ZORVIK_TSAN_SUPPRESSIONS;
+  return setenv("TSAN_OPTIONS", options.c_str(), 1) == 0;
+}();
+#endif
+
+}  // namespace
+
+const std::chrono::milliseconds StressFixture::kReplyBound(2000 * kSlowdown);
+
+void StressFixture::TearDown() {
+  if (!IsSkipped()) {
+    EXPECT_EQ(sanitizerReports(), "") << "the daemon reported faults";
+  }
+  DaemonFixture::TearDown();
+}
+
+void StressFixture::restart(const std::string& running, const std::string& name) {
+  instances_.push_back(name);
+  restartDaemon(running, name);
+}
+
+std::string StressFixture::sanitizerReports() {
+  std::string reports;
+  for (const std::string& name : instances_) {
+    const std::string errors = sandbox().daemonErrors(name);
+    std::istringstream lines(errors);
+    std::string line;
+    bool reported = false;
+    while (!reported && std::getline(lines, line)) reported = isReportLine(line);
+    // The whole output, so that the report's stacks are at hand.
+    if (reported) reports += "instance " + name + ":\n" + errors.substr(0, kLongestReport);
+  }
+  return reports;
+}
+
+std::optional<SceneMap> StressFixture::listedScenes() {
+  return SceneTable::fromReply(request(kListRequest));
+}
+
+std::optional<SceneMap> StressFixture::storedScenes(std::string& error) {
+  return SceneTable::readStore(sandbox().dataFile(kDatabaseFile), error);
+}
+
+std::optional<DaemonProcess> StressFixture::daemonProcess() {
+  std::optional<DaemonProcess> process = DaemonProcess::find(sandbox());
+  if (!process) ADD_FAILURE() << "the daemon process cannot be found from the host";
+  return process;
+}
+
+}  // namespace zorvik
