@@ -15,14 +15,15 @@ build: deps
 test: build
 	ctest --test-dir $(BUILD_DIR) --output-on-failure -j $(JOBS)
 
-# The unit suites again under AddressSanitizer + UndefinedBehaviorSanitizer, and ThreadSanitizer.
+# The unit suites again under AddressSanitizer + UndefinedBehaviorSanitizer, and ThreadSanitizer
+# (there with the stress tests, which drive a ThreadSanitizer build of the daemon).
 test-asan: deps
 	$(MAKE) build BUILD_DIR=build-asan CMAKE_FLAGS="-DZORVIK_SANITIZE=address -DCMAKE_BUILD_TYPE=Debug"
 	ctest --test-dir build-asan --output-on-failure -j $(JOBS) -L unit
 
 test-tsan: deps
 	$(MAKE) build BUILD_DIR=build-tsan CMAKE_FLAGS="-DZORVIK_SANITIZE=thread -DCMAKE_BUILD_TYPE=Debug"
-	ctest --test-dir build-tsan --output-on-failure -j $(JOBS) -L unit
+	ctest --test-dir build-tsan --output-on-failure -j $(JOBS) -L 'unit|stress'
 
 run: build
 	scripts/run-dev.sh $(BUILD_DIR)
