@@ -15,5 +15,7 @@ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release \
   -DARM64_EXTRA_PKG_CONFIG_PATH="$libevent_dir/usr/lib/aarch64-linux-gnu/pkgconfig" >/dev/null
 cmake --build "$build" -j "$jobs"
 built_after=$SECONDS
-ctest --test-dir "$build" --output-on-failure -j "$jobs" -L unit
+status=0
+ctest --test-dir "$build" --output-on-failure -j "$jobs" -L unit || status=$?
 echo "arm64: built in ${built_after} s, unit suites under qemu in $((SECONDS - built_after)) s"
+exit "$status"
