@@ -97,16 +97,6 @@ void Scene::onAlarm() {
   execute();
 }
 
-int32_t Scene::id() const {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  return id_;
-}
-
-void Scene::setId(int32_t id) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  id_ = id;
-}
-
 std::string Scene::name() const {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   return name_;
@@ -264,7 +254,7 @@ json_object* Scene::toJson() { return toJson(currentTimeMs()); }
 json_object* Scene::toJson(int64_t nowMs) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   json_object* object = json_object_new_object();
-  json_object_object_add(object, "id", json_object_new_int(id_));
+  json_object_object_add(object, "id", json_object_new_int(id()));
   json_object_object_add(object, "name", json_object_new_string(name_.c_str()));
 
   json_object* actions = json_tokener_parse(actionsJson_.c_str());

@@ -11,14 +11,16 @@
 // the timer thread holds an owner of the action and of its scene while the action's handler runs,
 // so a scene stopped, re-run or dropped meanwhile is never freed under it.
 //
-// Threading: the recursive `mutex_` guards every field of the scene, the AlarmObject part
-// included. It is taken by the operations below on the RPC worker threads and by the action
-// callbacks on the timer thread; the action handlers themselves run without it.
+// Threading: the recursive `mutex_` guards every field of the scene but the id, the AlarmObject
+// part included. It is taken by the operations below on the RPC worker threads and by the action
+// callbacks on the timer thread; the action handlers themselves run without it. The id is atomic:
+// the manager reads it for every scene it passes while looking one up.
 #ifndef ZORVIK_SCENE_SCENE_H_
 #define ZORVIK_SCENE_SCENE_H_
 
 #include <json-c/json.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -50,8 +52,8 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   // Logs "Scene alarm event trigger" and runs the scene.
   void onAlarm() override;
 
-  int32_t id() const;
-  void setId(int32_t id);
+  int32_t id() const { return id_.load(std::memory_order_relaxed); }
+  void setId(int32_t id) { id_.store(id, std::memory_order_relaxed); }
   std::string name() const;
   void setName(std::string name);
   std::string actionsJson() const;
@@ -113,14 +115,14 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
 
   mutable std::recursive_mutex mutex_;
   std::vector<std::shared_ptr<Action>> actions_;  // guarded by mutex_
-  int32_t id_ = 0;                                // guarded by mutex_
-  std::string name_;                              // guarded by mutex_
-  std::string actionsJson_;                       // guarded by mutex_
-  std::string launchJson_;                        // guarded by mutex_
-  std::unique_ptr<HomeLaunch> homeLaunch_;        // guarded by mutex_
-  bool actionsDirty_ = true;                      // guarded by mutex_
-  bool processing_ = false;                       // guarded by mutex_
-  uint32_t finishedCount_ = 0;                    // guarded by mutex_
+  std::atomic<int32_t> id_{0};
+  std::string name_;                        // guarded by mutex_
+  std::string actionsJson_;                 // guarded by mutex_
+  std::string launchJson_;                  // guarded by mutex_
+  std::unique_ptr<HomeLaunch> homeLaunch_;  // guarded by mutex_
+  bool actionsDirty_ = true;                // guarded by mutex_
+  bool processing_ = false;                 // guarded by mutex_
+  uint32_t finishedCount_ = 0;              // guarded by mutex_
 };
 
 }  // namespace zorvik
