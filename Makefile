@@ -34,5 +34,15 @@ run: build
 test-arm64: deps
 	JOBS=$(JOBS) scripts/test-arm64.sh
 
+# Each fuzz target for FUZZ_SECONDS seconds (clang, libFuzzer, ASan+UBSan); fails on any finding.
+FUZZ_SECONDS ?= 60
+.PHONY: fuzz bench
+fuzz: deps
+	FUZZ_SECONDS=$(FUZZ_SECONDS) scripts/fuzz.sh
+
+# The daemon beside its baselines; prints the table and writes bench/RESULTS.md (needs root).
+bench: deps
+	scripts/bench.sh
+
 clean:
 	rm -rf build build-asan build-tsan
