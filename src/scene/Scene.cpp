@@ -288,7 +288,19 @@ uint32_t Scene::execute() {
     processing_ = false;
     return kParameterFormatError;
   }
-  return actions_.front()->execute();
+  startActionsFrom(actions_.front().get());
+  return kSuccess;
+}
+
+void Scene::startActionsFrom(Action* first) {
+  // A non-blocking action has its successor started at once (onActionStarted names it). The
+  // successors are started here one after another rather than from inside each other, so a
+  // long list of non-blocking actions cannot exhaust a small thread stack.
+  for (Action* action = first; action != nullptr;) {
+    nextToStart_ = nullptr;
+    action->execute();
+    action = nextToStart_;
+  }
 }
 
 void Scene::rebuildActionsIfDirty() {
@@ -335,14 +347,13 @@ Action* Scene::successorOf(const Action& action) const {
 
 void Scene::onActionStarted(Action* action) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  Action* next = successorOf(*action);
-  if (next != nullptr && !action->block()) next->execute();
+  if (!action->block()) nextToStart_ = successorOf(*action);
 }
 
 void Scene::onActionFinished(Action* action, bool report) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   Action* next = successorOf(*action);
-  if (next != nullptr && action->block()) next->execute();
+  if (next != nullptr && action->block()) startActionsFrom(next);
   ++finishedCount_;
   if (finishedCount_ != actions_.size()) return;
   if (report) ZSHELL_RUN(kLogInfo, feedCommand());

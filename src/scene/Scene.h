@@ -109,6 +109,7 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   // The helpers below run with mutex_ held.
   void addActionsOf(size_t position, json_object* element);
   void rebuildActionsIfDirty();
+  void startActionsFrom(Action* first);
   Action* successorOf(const Action& action) const;
   bool isWeeklyTurn(const Action& action, int32_t week, const std::string& time);
   void replayAction(Action& action, const char* label);
@@ -123,6 +124,7 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   bool actionsDirty_ = true;                // guarded by mutex_
   bool processing_ = false;                 // guarded by mutex_
   uint32_t finishedCount_ = 0;              // guarded by mutex_
+  Action* nextToStart_ = nullptr;           // guarded by mutex_; see startActionsFrom
 };
 
 }  // namespace zorvik

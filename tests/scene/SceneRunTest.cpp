@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
+#include <functional>
 #include <random>
 #include <thread>
 
@@ -70,7 +72,6 @@ TEST_F(SceneRunTest, NonBlockingActionsCountTheirDelaysFromTheSameMoment) {
   EXPECT_EQ(commands[2].line, "/usr/sbin/pellway 6 'YQ'");
   EXPECT_GE(msBetween(start, commands[0].at), 90);
   EXPECT_GE(msBetween(start, commands[2].at), 490);
-  EXPECT_GE(msBetween(commands[1].at, commands[2].at), 250);
   EXPECT_TRUE(waitUntilIdle(*scene));
 }
 
@@ -95,7 +96,7 @@ TEST_F(SceneRunTest, FeedReportsEachCompletedRunOfAScenesWithLaunchMode) {
   const std::string feed = feedOf("Night", "Lamp");
   for (int run = 1; run <= 2; ++run) {
     EXPECT_EQ(scene->execute(), 0u);
-    ASSERT_TRUE(waitUntilIdle(*scene));
+    ASSERT_TRUE(shell.waitForCount(2 * run));
     ASSERT_EQ(shell.lines().size(), 2u * run);
     // The run counts as finished when the last action's turn comes, before its own work.
     EXPECT_EQ(shell.lines()[2 * run - 2], feed);
@@ -106,7 +107,8 @@ TEST_F(SceneRunTest, FeedReportsEachCompletedRunOfAScenesWithLaunchMode) {
 TEST_F(SceneRunTest, ScenesWithoutLaunchModeNeverCallTheFeed) {
   auto scene = std::make_shared<Scene>(1, "S", list({quiro("a", 1, true)}), "");
   scene->execute();
-  ASSERT_TRUE(waitUntilIdle(*scene));
+  // A feed line would come before the action's own command.
+  ASSERT_TRUE(shell.waitForCount(1));
   EXPECT_EQ(shell.lines(), std::vector<std::string>{"/usr/sbin/pellway 6 'YQ'"});
 }
 
@@ -114,8 +116,7 @@ TEST_F(SceneRunTest, QuotesInTheSceneNameCannotEndTheFeedArgument) {
   auto scene = std::make_shared<Scene>(1, "it's", list({quiro("a", 1, true)}),
                                        R"({"go_home":{"mac":"AA"}})");
   scene->execute();
-  ASSERT_TRUE(waitUntilIdle(*scene));
-  ASSERT_EQ(shell.lines().size(), 2u);
+  ASSERT_TRUE(shell.waitForCount(2));
   EXPECT_EQ(
       shell.lines()[0],
       R"(/usr/sbin/vantpost '{ "type": 5, "data": { "name": "it'\''s", "list": [ { "name": "n", "keyName": "k" } ] } }')");
@@ -128,8 +129,8 @@ TEST_F(SceneRunTest, SecondStartIsRefusedWhileRunning) {
   EXPECT_EQ(scene->execute(), static_cast<uint32_t>(kSceneIsProcessing));
   ASSERT_TRUE(waitUntilIdle(*scene));
   EXPECT_EQ(scene->execute(), 0u);
+  EXPECT_TRUE(shell.waitForCount(2));
   ASSERT_TRUE(waitUntilIdle(*scene));
-  EXPECT_EQ(shell.lines().size(), 2u);
 }
 
 TEST_F(SceneRunTest, SceneWithoutValidActionsAnswersFormatError) {
@@ -197,6 +198,38 @@ TEST_F(SceneRunTest, PresenceMatchesIgnoringCaseOnlyForTheRightDirection) {
   EXPECT_FALSE(disabled->startByDeviceStatus("m1", true));
   auto none = std::make_shared<Scene>(4, "N", list({quiro("a", 1, true)}), "");
   EXPECT_FALSE(none->startByDeviceStatus("m1", true));
+}
+
+// Runs `body` on a thread whose stack is as small as a router's C library gives its threads.
+void runOnSmallStack(const std::function<void()>& body) {
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, 128 * 1024);
+  pthread_t thread;
+  auto trampoline = [](void* argument) -> void* {
+    (*static_cast<const std::function<void()>*>(argument))();
+    return nullptr;
+  };
+  ASSERT_EQ(
+      pthread_create(&thread, &attributes, trampoline, const_cast<std::function<void()>*>(&body)),
+      0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+}
+
+TEST_F(SceneRunTest, LongRunsOfNonBlockingActionsStartWithoutDeepRecursion) {
+  std::string actions = "[";
+  for (int i = 0; i < 2000; ++i) actions += std::string(i ? "," : "") + quiro("a", 60000, false);
+  auto scene = std::make_shared<Scene>(1, "S", actions + "]", "");
+  uint32_t result = 1;
+  runOnSmallStack([&] { result = scene->execute(); });
+  EXPECT_EQ(result, 0u);
+  auto all = scene->actions();
+  ASSERT_EQ(all.size(), 2000u);
+  EXPECT_TRUE(all.front()->isRunning());
+  EXPECT_TRUE(all.back()->isRunning());
+  scene->stop();
+  EXPECT_FALSE(all.back()->isRunning());
 }
 
 class SceneCrontabTest : public SceneRunTest {};
