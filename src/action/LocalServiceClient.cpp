@@ -11,6 +11,7 @@
 #include "HalvexServ.h"
 #include "Kelmora.h"
 #include "action/Action.h"
+#include "server/Json.h"
 #include "server/Log.h"
 
 namespace zorvik {
@@ -19,8 +20,6 @@ namespace {
 // What a call that failed inside the Thrift library counts as.
 constexpr char kUnreachableReply[] = "{\"code\": -1}";
 constexpr char kCodeKey[] = "code";
-
-using JsonObject = std::unique_ptr<json_object, decltype(&json_object_put)>;
 
 // One request/reply exchange with the service whose generated client is `Client`. On a library
 // error the close is skipped: the socket closes when its last owner lets go of it.
@@ -47,13 +46,13 @@ std::string exchange(int port, const std::string& payload) {
 // True when `reply` is a JSON object whose "code" reads as the integer 0 (json-c converts a
 // string such as "0"). A JSON null "code" counts as no code.
 bool isSuccessReply(const char* service, const std::string& reply) {
-  JsonObject json(json_tokener_parse(reply.c_str()), &json_object_put);
+  Json::Document json = Json::parse(reply);
   if (!json) {
     ZLOG_AS(kActionLogModule, kLogError) << service << " result is not json format";
     return false;
   }
-  json_object* code = nullptr;
-  if (!json_object_object_get_ex(json.get(), kCodeKey, &code) || code == nullptr) {
+  json_object* code = Json::member(json.get(), kCodeKey);
+  if (code == nullptr) {
     ZLOG_AS(kActionLogModule, kLogError) << service << " json result not contain code";
     return false;
   }

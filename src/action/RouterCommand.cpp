@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "action/Action.h"
+#include "server/Json.h"
 #include "server/Log.h"
 #include "server/Shell.h"
 
@@ -39,23 +40,6 @@ constexpr char kMacKey[] = "mac";
 constexpr char kCommandKey[] = "command";
 constexpr char kDurationKey[] = "duration";
 
-using JsonObject = std::unique_ptr<json_object, decltype(&json_object_put)>;
-
-// Null when `text` is not JSON (json-c also reads "null" as a failure).
-JsonObject parseJson(const std::string& text) {
-  return JsonObject(json_tokener_parse(text.c_str()), &json_object_put);
-}
-
-// The member `key` of `object`, or null when it is absent or JSON null (which has no text).
-json_object* memberOf(json_object* object, const char* key) {
-  json_object* value = nullptr;
-  if (!json_object_object_get_ex(object, key, &value)) return nullptr;
-  return value;
-}
-
-// json-c's string form of a present member: the text of a string, the JSON text of others.
-std::string textOf(json_object* value) { return json_object_get_string(value); }
-
 const RouterLine* findRouterLine(const std::string& command) {
   for (const RouterLine& entry : kRouterLines) {
     if (command == entry.command) return &entry;
@@ -74,12 +58,12 @@ void runCommandWithMacFrom(const RouterLine& entry, json_object* source, const c
     runRouterLine(entry.fixedLine);
     return;
   }
-  json_object* macValue = memberOf(source, kMacKey);
+  json_object* macValue = Json::member(source, kMacKey);
   if (macValue == nullptr) {
     ZLOG_AS(kActionLogModule, kLogError) << missingMac;
     return;
   }
-  const std::string mac = textOf(macValue);
+  const std::string mac = Json::text(macValue);
   if (!RouterCommand::isSafeMac(mac)) {
     ZLOG_AS(kActionLogModule, kLogError) << "brelk router mac is invalid: " << mac;
     return;
@@ -97,23 +81,23 @@ bool RouterCommand::isSafeMac(const std::string& mac) {
 }
 
 void RouterCommand::doRouterCommand(const std::string& payload) {
-  JsonObject json = parseJson(payload);
+  Json::Document json = Json::parse(payload);
   if (!json) {
     ZLOG_AS(kActionLogModule, kLogError) << "brelk router payload is not json format";
     return;
   }
-  json_object* command = memberOf(json.get(), kCommandKey);
+  json_object* command = Json::member(json.get(), kCommandKey);
   if (command == nullptr) {
     ZLOG_AS(kActionLogModule, kLogError) << "brelk router payload not contain command";
     return;
   }
-  const RouterLine* entry = findRouterLine(textOf(command));
+  const RouterLine* entry = findRouterLine(Json::text(command));
   if (entry == nullptr) return;
   runCommandWithMacFrom(*entry, json.get(), "brelk router payload not contain mac");
 }
 
 void RouterCommand::doRouterGroup(const std::string& command, const std::string& extra) {
-  JsonObject json = parseJson(extra);
+  Json::Document json = Json::parse(extra);
   if (!json) {
     ZLOG_AS(kActionLogModule, kLogError) << "brelk router group extra is not json format";
     return;
@@ -125,12 +109,12 @@ void RouterCommand::doRouterGroup(const std::string& command, const std::string&
 }
 
 void RouterCommand::doRouterShutdown(const std::string& extra) {
-  JsonObject json = parseJson(extra);
+  Json::Document json = Json::parse(extra);
   if (!json) {
     ZLOG_AS(kActionLogModule, kLogError) << "brelk router shutdown extra is not json format";
     return;
   }
-  json_object* duration = memberOf(json.get(), kDurationKey);
+  json_object* duration = Json::member(json.get(), kDurationKey);
   if (duration == nullptr) {
     ZLOG_AS(kActionLogModule, kLogError)
         << "brelk router shutdown extra not contain duration for shutdown";

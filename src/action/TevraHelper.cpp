@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "action/DeviceTunnel.h"
+#include "server/Json.h"
 #include "server/Log.h"
 #include "server/Shell.h"
 
@@ -42,23 +43,8 @@ constexpr char kVideoGap[] = "  ";
 
 constexpr char kHexDigits[] = "0123456789abcdef";
 
-using JsonObject = std::unique_ptr<json_object, decltype(&json_object_put)>;
 using PatternCode = std::unique_ptr<pcre2_code, decltype(&pcre2_code_free)>;
 using MatchData = std::unique_ptr<pcre2_match_data, decltype(&pcre2_match_data_free)>;
-
-// The member `key` of `object`, or null when it is absent or JSON null (which has no text).
-json_object* memberOf(json_object* object, const char* key) {
-  json_object* value = nullptr;
-  if (!json_object_object_get_ex(object, key, &value)) return nullptr;
-  return value;
-}
-
-// json-c's string form of a member (the text of a string, the JSON text of others); "" for
-// none.
-std::string textOf(json_object* value) {
-  const char* text = json_object_get_string(value);
-  return text == nullptr ? std::string() : std::string(text);
-}
 
 // `text` in lower case with every ASCII character other than a letter or digit escaped, so the
 // pattern engine reads it as plain text.
@@ -107,19 +93,19 @@ void TevraHelper::run(const std::string& payload) {
 }
 
 void TevraHelper::process() {
-  JsonObject json(json_tokener_parse(extra_.c_str()), &json_object_put);
+  Json::Document json = Json::parse(extra_);
   if (!json) {
     ZLOG(kLogError) << "brelk TevraHelper extra is not json format";
     return;
   }
-  json_object* mac = memberOf(json.get(), kMacKey);
-  json_object* command = memberOf(json.get(), kCommandKey);
+  json_object* mac = Json::member(json.get(), kMacKey);
+  json_object* command = Json::member(json.get(), kCommandKey);
   if (mac == nullptr || command == nullptr) {
     ZLOG(kLogError) << "brelk TevraHelper mac or command is NULL";
     return;
   }
-  mac_ = textOf(mac);
-  const CommandStep* step = findStep(textOf(command));
+  mac_ = Json::text(mac);
+  const CommandStep* step = findStep(Json::text(command));
   if (step != nullptr && step->beforeWake != nullptr && (this->*step->beforeWake)(json.get())) {
     return;
   }
@@ -136,7 +122,7 @@ const TevraHelper::CommandStep* TevraHelper::findStep(const std::string& command
 }
 
 bool TevraHelper::pressPowerKey(json_object* json) {
-  if (textOf(memberOf(json, kKeycodeKey)) != kPowerKey) return false;
+  if (Json::text(Json::member(json, kKeycodeKey)) != kPowerKey) return false;
   sendKeyEvent(kPowerKey);
   return true;
 }
@@ -155,12 +141,12 @@ bool TevraHelper::powerOffIfFound(json_object*) {
 }
 
 void TevraHelper::playRequestedVideo(const std::string& ip, json_object* json) {
-  json_object* url = memberOf(json, kUrlKey);
+  json_object* url = Json::member(json, kUrlKey);
   if (url == nullptr) {
     ZLOG(kLogError) << "brelk TevraHelper video_playurl is null";
     return;
   }
-  playVideo(ip, textOf(url));
+  playVideo(ip, Json::text(url));
 }
 
 std::string TevraHelper::wakeUp() {

@@ -6,6 +6,7 @@
 #include <ctime>
 
 #include "action/Action.h"
+#include "server/Json.h"
 #include "server/Log.h"
 #include "server/ResultCode.h"
 #include "server/Shell.h"
@@ -43,19 +44,9 @@ const SpecialType* findSpecialType(const std::string& type) {
   return nullptr;
 }
 
-// The member `key` of `object`; nullptr when it is absent or null.
-json_object* memberOf(json_object* object, const char* key) {
-  json_object* value = nullptr;
-  if (!json_object_object_get_ex(object, key, &value)) return nullptr;
-  return value;
-}
-
-// json-c's string form of a member, or `fallback` when it is absent.
-std::string stringMember(json_object* object, const char* key, const std::string& fallback = "") {
-  json_object* value = memberOf(object, key);
-  if (value == nullptr) return fallback;
-  const char* text = json_object_get_string(value);
-  return text == nullptr ? fallback : text;
+// json-c's string form of a member, or empty text when it is absent.
+std::string stringMember(json_object* object, const char* key) {
+  return Json::text(Json::member(object, key));
 }
 
 bool startsWith(const std::string& text, const std::string& prefix) {
@@ -141,7 +132,8 @@ void Scene::parseLaunch() {
   setAlarmText("");
   if (launchJson_.empty()) return;
 
-  json_object* root = json_tokener_parse(launchJson_.c_str());
+  const Json::Document document = Json::parse(launchJson_);
+  json_object* root = document.get();
   if (root == nullptr) {
     ZLOG(kLogInfo) << "Scene launch not json format";
     return;
@@ -149,11 +141,11 @@ void Scene::parseLaunch() {
   json_object* value = nullptr;
   const bool goHome = json_object_object_get_ex(root, "go_home", &value);
   if (goHome || json_object_object_get_ex(root, "leave_home", &value)) {
-    json_object* mac = value == nullptr ? nullptr : memberOf(value, "mac");
+    json_object* mac = value == nullptr ? nullptr : Json::member(value, "mac");
     if (mac == nullptr) {
       ZLOG(kLogError) << (goHome ? "Scene go_home mac NULL" : "Scene leave_home mac NULL");
     } else {
-      json_object* enabled = memberOf(value, "enabled");
+      json_object* enabled = Json::member(value, "enabled");
       homeLaunch_.reset(new HomeLaunch{json_object_get_string(mac), goHome,
                                        enabled == nullptr || json_object_get_boolean(enabled)});
     }
@@ -163,7 +155,6 @@ void Scene::parseLaunch() {
     ZLOG(kLogError) << "Scene launch mode format error";
     launchJson_.clear();
   }
-  json_object_put(root);
 }
 
 void Scene::clearActions() {
@@ -173,7 +164,8 @@ void Scene::clearActions() {
 
 void Scene::parseActions() {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  json_object* root = json_tokener_parse(actionsJson_.c_str());
+  const Json::Document document = Json::parse(actionsJson_);
+  json_object* root = document.get();
   if (root == nullptr) {
     ZLOG(kLogError) << "Scene actions not json format";
   } else if (!json_object_is_type(root, json_type_array)) {
@@ -184,7 +176,6 @@ void Scene::parseActions() {
     const size_t length = json_object_array_length(root);
     for (size_t i = 0; i < length; ++i) addActionsOf(i, json_object_array_get_idx(root, i));
   }
-  if (root != nullptr) json_object_put(root);
   actionsDirty_ = false;
 }
 
@@ -193,8 +184,8 @@ void Scene::addActionsOf(size_t position, json_object* element) {
     ZLOG(kLogError) << "Scene actions[" << position << "] is null";
     return;
   }
-  json_object* thirdPartyValue = memberOf(element, "thirdParty");
-  json_object* typeValue = memberOf(element, "type");
+  json_object* thirdPartyValue = Json::member(element, "thirdParty");
+  json_object* typeValue = Json::member(element, "type");
   if (thirdPartyValue == nullptr || typeValue == nullptr) {
     ZLOG(kLogError) << "Scene actions[" << position << "] thirdParty or type is null";
     return;
@@ -208,9 +199,9 @@ void Scene::addActionsOf(size_t position, json_object* element) {
   const std::string name = stringMember(element, "name");
   const std::string keyName = stringMember(element, "keyName");
   const std::string payload = stringMember(element, "payload");
-  json_object* delayValue = memberOf(element, "delay");
+  json_object* delayValue = Json::member(element, "delay");
   const int32_t delay = delayValue == nullptr ? 0 : json_object_get_int(delayValue);
-  json_object* blockValue = memberOf(element, "block");
+  json_object* blockValue = Json::member(element, "block");
   const bool block = blockValue == nullptr || json_object_get_boolean(blockValue);
 
   auto append = [&](const std::string& actionThirdParty, int32_t actionDelay, bool actionBlock,
@@ -228,13 +219,13 @@ void Scene::addActionsOf(size_t position, json_object* element) {
   std::string extra;
   int32_t duration = 0;
   if (special->needsExtra) {
-    json_object* extraValue = memberOf(element, "extra");
+    json_object* extraValue = Json::member(element, "extra");
     if (extraValue == nullptr) {
       ZLOG(kLogError) << "Scene actions[" << position << "] special type extra is null";
       return;
     }
     if (special->secondCommand != nullptr) {
-      json_object* durationValue = memberOf(extraValue, "duration");
+      json_object* durationValue = Json::member(extraValue, "duration");
       if (durationValue == nullptr) {
         ZLOG(kLogError) << "Scene actions[" << position << "] special type extra duration is null";
         return;
@@ -257,22 +248,16 @@ json_object* Scene::toJson(int64_t nowMs) {
   json_object_object_add(object, "id", json_object_new_int(id()));
   json_object_object_add(object, "name", json_object_new_string(name_.c_str()));
 
-  json_object* actions = json_tokener_parse(actionsJson_.c_str());
-  if (actions != nullptr && json_object_is_type(actions, json_type_array)) {
-    json_object_object_add(object, "action_list", actions);
-  } else if (actions != nullptr) {
-    json_object_put(actions);
+  Json::Document actions = Json::parse(actionsJson_);
+  if (json_object_is_type(actions.get(), json_type_array)) {
+    json_object_object_add(object, "action_list", actions.release());
   }
 
   if (!launchJson_.empty()) {
-    json_object* launch = json_tokener_parse(launchJson_.c_str());
+    Json::Document launch = Json::parse(launchJson_);
     const int64_t fireTime = utcTime();
     const bool pastOnce = fireTime > 0 && fireTime < nowMs;
-    if (launch != nullptr && !pastOnce) {
-      json_object_object_add(object, "launch", launch);
-    } else if (launch != nullptr) {
-      json_object_put(launch);
-    }
+    if (launch && !pastOnce) json_object_object_add(object, "launch", launch.release());
   }
   return object;
 }
@@ -385,9 +370,7 @@ std::string Scene::buildStatusMessage() const {
   json_object* message = json_object_new_object();
   json_object_object_add(message, "type", json_object_new_int(kStatusMessageType));
   json_object_object_add(message, "data", data);
-  std::string text = json_object_to_json_string(message);
-  json_object_put(message);
-  return text;
+  return Json::takeText(message);
 }
 
 std::string Scene::feedCommand() const {

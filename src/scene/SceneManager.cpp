@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "scene/Scene.h"
+#include "server/Json.h"
 #include "server/Log.h"
 #include "server/ResultCode.h"
 #include "server/Shell.h"
@@ -34,19 +35,13 @@ const char kRecordSuffix[] = "\"";
 
 void sleepFor(std::chrono::milliseconds pause) { std::this_thread::sleep_for(pause); }
 
-std::string serialise(json_object* reply) {
-  std::string text = json_object_to_json_string(reply);
-  json_object_put(reply);
-  return text;
-}
-
 std::string reply(int code) { return ZorvikTunnel::buildErrorReply(code); }
 
 // The reply for `code` with one more member; the reply takes ownership of `value`.
 std::string replyWith(int code, const char* key, json_object* value) {
   json_object* object = ZorvikTunnel::buildErrorObject(code);
   json_object_object_add(object, key, value);
-  return serialise(object);
+  return Json::takeText(object);
 }
 
 std::string sceneListReply(const std::vector<std::shared_ptr<Scene>>& scenes) {

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "scene/SceneManager.h"
+#include "server/Json.h"
 #include "server/Log.h"
 #include "server/ResultCode.h"
 
@@ -34,25 +35,6 @@ constexpr ResultMessage kResultMessages[] = {
 // The id handed to addScene when the caller gives none: the manager then picks the next free one.
 constexpr int32_t kNoSceneId = -1;
 
-struct JsonDeleter {
-  void operator()(json_object* object) const { json_object_put(object); }
-};
-using JsonDocument = std::unique_ptr<json_object, JsonDeleter>;
-
-// The member `key` of `request`, or null when it is absent or JSON null (json-c keeps a null
-// value as no object, so both read as absent).
-json_object* memberOf(json_object* request, const char* key) {
-  json_object* value = nullptr;
-  json_object_object_get_ex(request, key, &value);
-  return value;
-}
-
-// json-c's string form of a present member: a string's text, the JSON text of any other value.
-std::string textOf(json_object* value) {
-  const char* text = json_object_get_string(value);
-  return text != nullptr ? text : "";
-}
-
 // A present member in json-c's serialisation, which is what the scene manager stores.
 std::string jsonTextOf(json_object* value) { return json_object_to_json_string(value); }
 
@@ -65,13 +47,13 @@ struct SceneBody {
 
 // Reads "name" (non-empty) and "action_list" (an array), and "launch" when present.
 bool readSceneBody(json_object* request, SceneBody& body) {
-  json_object* name = memberOf(request, "name");
-  json_object* actions = memberOf(request, "action_list");
+  json_object* name = Json::member(request, "name");
+  json_object* actions = Json::member(request, "action_list");
   if (name == nullptr || actions == nullptr) return false;
-  body.name = textOf(name);
+  body.name = Json::text(name);
   if (body.name.empty() || !json_object_is_type(actions, json_type_array)) return false;
   body.actions = jsonTextOf(actions);
-  json_object* launch = memberOf(request, "launch");
+  json_object* launch = Json::member(request, "launch");
   if (launch != nullptr) body.launch = jsonTextOf(launch);
   return true;
 }
@@ -83,7 +65,7 @@ using CommandHandler = std::string (*)(json_object* request, SceneManager& manag
 std::string addScene(json_object* request, SceneManager& manager) {
   SceneBody body;
   if (!readSceneBody(request, body)) return "";
-  json_object* id = memberOf(request, "id");
+  json_object* id = Json::member(request, "id");
   const int32_t sceneId = id != nullptr ? json_object_get_int(id) : kNoSceneId;
   ZLOG(kLogInfo) << "addScene: id=" << sceneId;
   ZLOG(kLogInfo) << "addScene: name=" << body.name;
@@ -93,8 +75,8 @@ std::string addScene(json_object* request, SceneManager& manager) {
 }
 
 std::string getMultipleScene(json_object* request, SceneManager& manager) {
-  json_object* startId = memberOf(request, "start_id");
-  json_object* endId = memberOf(request, "end_id");
+  json_object* startId = Json::member(request, "start_id");
+  json_object* endId = Json::member(request, "end_id");
   if (startId == nullptr || endId == nullptr) return "";
   const int32_t start = json_object_get_int(startId);
   const int32_t end = json_object_get_int(endId);
@@ -103,7 +85,7 @@ std::string getMultipleScene(json_object* request, SceneManager& manager) {
 }
 
 std::string updateScene(json_object* request, SceneManager& manager) {
-  json_object* id = memberOf(request, "id");
+  json_object* id = Json::member(request, "id");
   SceneBody body;
   if (id == nullptr || !readSceneBody(request, body)) return "";
   const int32_t sceneId = json_object_get_int(id);
@@ -114,8 +96,8 @@ std::string updateScene(json_object* request, SceneManager& manager) {
 }
 
 std::string setSceneLaunch(json_object* request, SceneManager& manager) {
-  json_object* id = memberOf(request, "id");
-  json_object* launch = memberOf(request, "launch");
+  json_object* id = Json::member(request, "id");
+  json_object* launch = Json::member(request, "launch");
   if (id == nullptr || launch == nullptr) return "";
   const std::string launchText = jsonTextOf(launch);
   if (launchText.empty()) return "";
@@ -125,10 +107,10 @@ std::string setSceneLaunch(json_object* request, SceneManager& manager) {
 }
 
 std::string startSceneByDeviceStatus(json_object* request, SceneManager& manager) {
-  json_object* mac = memberOf(request, "mac");
-  json_object* connected = memberOf(request, "connected");
+  json_object* mac = Json::member(request, "mac");
+  json_object* connected = Json::member(request, "connected");
   if (mac == nullptr || connected == nullptr) return "";
-  const std::string macText = textOf(mac);
+  const std::string macText = Json::text(mac);
   if (macText.empty()) return "";
   const bool isConnected = json_object_get_boolean(connected);
   ZLOG(kLogInfo) << "startSceneByDeviceStatus: mac=" << macText
@@ -137,10 +119,10 @@ std::string startSceneByDeviceStatus(json_object* request, SceneManager& manager
 }
 
 std::string startSceneByCrontab(json_object* request, SceneManager& manager) {
-  json_object* week = memberOf(request, "week");
-  json_object* timeOfDay = memberOf(request, "time");
+  json_object* week = Json::member(request, "week");
+  json_object* timeOfDay = Json::member(request, "time");
   if (week == nullptr || timeOfDay == nullptr) return "";
-  const std::string timeText = textOf(timeOfDay);
+  const std::string timeText = Json::text(timeOfDay);
   if (timeText.empty()) return "";
   const int32_t weekday = json_object_get_int(week);
   // The tick's own clock is only logged, to line the tick up with the router's time.
@@ -152,7 +134,7 @@ std::string startSceneByCrontab(json_object* request, SceneManager& manager) {
 // Commands that take only a scene id: "id" must be present; logged as `label` + ": id=" + id.
 template <const char* label, std::string (SceneManager::*operation)(int32_t)>
 std::string runWithId(json_object* request, SceneManager& manager) {
-  json_object* id = memberOf(request, "id");
+  json_object* id = Json::member(request, "id");
   if (id == nullptr) return "";
   const int32_t sceneId = json_object_get_int(id);
   ZLOG(kLogInfo) << label << ": id=" << sceneId;
@@ -223,11 +205,11 @@ std::string ZorvikTunnel::handleCommand(const std::string& parameter) {
 }
 
 std::string ZorvikTunnel::handleCommand(const std::string& parameter, SceneManager& manager) {
-  const JsonDocument request(json_tokener_parse(parameter.c_str()));
+  const Json::Document request = Json::parse(parameter);
   if (request == nullptr) return buildErrorReply(kParameterFormatError);
   std::string reply;
-  json_object* word = memberOf(request.get(), "command");
-  if (word != nullptr) reply = dispatch(textOf(word), request.get(), manager);
+  json_object* word = Json::member(request.get(), "command");
+  if (word != nullptr) reply = dispatch(Json::text(word), request.get(), manager);
   // A missing "command", refused members and an empty answer all read as a malformed request.
   if (reply.empty()) reply = buildErrorReply(kParameterFormatError);
   return reply;
@@ -249,9 +231,7 @@ json_object* ZorvikTunnel::buildErrorObject(int code) {
 
 std::string ZorvikTunnel::buildErrorReply(int code) {
   json_object* object = buildErrorObject(code);
-  std::string text = json_object_to_json_string(object);
-  json_object_put(object);
-  return text;
+  return Json::takeText(object);
 }
 
 }  // namespace zorvik
