@@ -19,7 +19,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr int kCycles = 24;
-constexpr int kShortestRunMs = 50;
+constexpr int kShortestRunMs = 150;
 constexpr int kLongestRunMs = 700;
 // The client keeps the registry at about this size, removing more once it is reached.
 constexpr size_t kMostScenes = 40;
