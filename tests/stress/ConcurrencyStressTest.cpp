@@ -6,10 +6,15 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 
+#include <algorithm>
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <optional>
+#include <random>
 #include <set>
+#include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 

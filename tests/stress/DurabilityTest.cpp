@@ -7,8 +7,12 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 
+#include <iterator>
 #include <optional>
+#include <random>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "SceneMaker.h"
 #include "StressFixture.h"

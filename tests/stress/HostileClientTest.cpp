@@ -5,8 +5,12 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <atomic>
+#include <memory>
+#include <optional>
 #include <random>
+#include <string>
 #include <thread>
 #include <vector>
 
