@@ -408,7 +408,11 @@ void Scene::startByCrontab(int32_t week, const std::string& time, int64_t nowSec
   }
   if (isEnabled() && !alarmText().empty() && utcTime() > 0) {
     for (const std::shared_ptr<Action>& action : actions_) {
-      const uint64_t late = static_cast<uint64_t>(nowSeconds * 1000 - utcTime() - action->delay());
+      // Modular arithmetic, as the difference is read unsigned: a clock near the epoch (a router
+      // before its first time sync) and a far instant must not overflow a signed number.
+      const uint64_t late = static_cast<uint64_t>(nowSeconds) * 1000 -
+                            static_cast<uint64_t>(utcTime()) -
+                            static_cast<uint64_t>(static_cast<int64_t>(action->delay()));
       if (late < static_cast<uint64_t>(kCrontabWindowMs)) replayAction(*action, "execute1 once: ");
     }
   }

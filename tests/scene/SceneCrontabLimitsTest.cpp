@@ -1,5 +1,5 @@
-// The crontab tick's arithmetic at the edges of 32-bit numbers: a weekday or a stored time text
-// that once overflowed signed integers while the tick shifted a delayed action's time.
+// The crontab tick's arithmetic at the edges of its numbers: a weekday, a stored time text or a
+// one-time instant that once overflowed signed integers while the tick looked for due actions.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -47,6 +47,23 @@ TEST_F(SceneCrontabLimitsTest, SmallestWeekdayMatchesNoDay) {
                                        R"({"timer":{"time":"07:30","repeat":"0,1,2,3,4,5,6"}})");
   scene->startByCrontab(INT_MIN, "07:31");
   EXPECT_TRUE(shell_.lines().empty());
+}
+
+// Before the fix, a clock at the epoch minus the largest instant minus the delay overflowed.
+TEST_F(SceneCrontabLimitsTest, FarOneTimeInstantSeenFromTheEpochIsNotDue) {
+  auto scene = std::make_shared<Scene>(1, "O", kDelayedAction,
+                                       R"({"timer":{"utc_time":9223372036854775807}})");
+  scene->startByCrontab(1, "07:31", 0);
+  EXPECT_TRUE(shell_.lines().empty());
+}
+
+TEST_F(SceneCrontabLimitsTest, OneTimeActionIsReplayedWithinItsMinute) {
+  auto scene = std::make_shared<Scene>(1, "O", kDelayedAction, R"({"timer":{"utc_time":1000000}})");
+  // Due at 1000 s plus the one-minute delay: 1060 s. Replayed from then for one minute.
+  scene->startByCrontab(1, "07:31", 1059);
+  EXPECT_TRUE(shell_.lines().empty());
+  scene->startByCrontab(1, "07:31", 1119);
+  EXPECT_EQ(shell_.lines().back(), kMondayTunnelLine);
 }
 
 }  // namespace
