@@ -1,9 +1,10 @@
 // Fuzzes the request tunnel end to end over a fresh scene store. Each input line is one request
 // text handed to ZorvikTunnel::handleCommand, served by a scene manager over a store in a
 // scratch folder (never the daemon's own); the timer thread runs, so started scenes run their
-// actions, with every shell command swallowed. Every reply must be a JSON object with an integer
-// "code". At the end every scene is stopped, after which no timer may be left pending, and
-// unless the requests reset the store, the stored scenes must be exactly the registered ones.
+// actions, with every shell command swallowed (requests naming TV actions are skipped). Every reply
+// must be a JSON object with an integer "code". At the end every scene is stopped, after which no
+// timer may be left pending, and unless the requests reset the store, the stored scenes must be
+// exactly the registered ones.
 #include <json-c/json.h>
 
 #include <cstdlib>
@@ -53,6 +54,16 @@ Json checkedReply(const std::string& reply) {
   require(parsed != nullptr && json_object_is_type(parsed.get(), json_type_object));
   require(json_object_is_type(member(parsed.get(), "code"), json_type_int));
   return parsed;
+}
+
+// A TV action waits up to a minute for the set to wake, holding the timer thread (the TV helper
+// has tests of its own); requests that could store one are left out so that scenes keep running.
+bool mayDriveTv(const std::string& request) {
+  Json parsed(json_tokener_parse(request.c_str()));
+  if (parsed == nullptr) return false;
+  const std::string text = json_object_to_json_string(parsed.get());
+  return text.find("\"tevra\"") != std::string::npos ||
+         text.find("\"tarwen\"") != std::string::npos;
 }
 
 // True when the request names the command that deletes the store under the registry.
@@ -125,6 +136,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // A trusted clock makes every edit re-read the scene's alarm.
     manager.addExistingAlarms();
     for (const std::string& request : FuzzEnvironment::splitLines(data, size)) {
+      if (mayDriveTv(request)) continue;
       checkedReply(tunnel.handleCommand(request, manager));
       storeReset = storeReset || resetsStore(request);
     }
