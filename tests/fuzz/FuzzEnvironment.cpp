@@ -4,9 +4,11 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <thread>
 
 #include "server/Log.h"
 #include "server/Shell.h"
@@ -17,6 +19,9 @@ namespace {
 // RAM-backed where the machine has it; otherwise the system's temporary folder.
 const char kRamFolder[] = "/dev/shm";
 const char kFolderPattern[] = "/zorvik-fuzz-XXXXXX";
+const char kThreadsKey[] = "Threads:";
+constexpr std::chrono::milliseconds kThreadWait(1000);
+constexpr std::chrono::milliseconds kThreadPoll(1);
 
 // Every command "succeeds" with no output, and nothing is ever started.
 class SilentShell : public Shell::Backend {
@@ -70,6 +75,26 @@ std::vector<std::string> FuzzEnvironment::splitLines(const uint8_t* data, size_t
 const std::string& FuzzEnvironment::field(const std::vector<std::string>& fields, size_t index,
                                           const std::string& fallback) {
   return index < fields.size() ? fields[index] : fallback;
+}
+
+int FuzzEnvironment::threadCount() {
+  std::ifstream status("/proc/self/status");
+  std::string key;
+  while (status >> key) {
+    if (key == kThreadsKey) {
+      int threads = 0;
+      status >> threads;
+      return threads;
+    }
+  }
+  return 0;
+}
+
+void FuzzEnvironment::waitForThreads(int count) {
+  const auto deadline = std::chrono::steady_clock::now() + kThreadWait;
+  while (threadCount() > count && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(kThreadPoll);
+  }
 }
 
 }  // namespace zorvik

@@ -104,8 +104,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (!zorvik::drivesTv(*scene)) {
     const size_t blank = tick.find(' ');
     const auto week = static_cast<int32_t>(zorvik::numberOf(tick));
+    const int threads = FuzzEnvironment::threadCount();
     scene->startByCrontab(week, blank == std::string::npos ? none : tick.substr(blank + 1),
                           nowSeconds);
+    FuzzEnvironment::waitForThreads(threads);
   }
   scene->setLaunchJson(FuzzEnvironment::field(fields, 1, none));
   scene->clearAlarm();

@@ -129,6 +129,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::filesystem::remove_all(folder);
 
   ZorvikTunnel& tunnel = ZorvikTunnel::getInstance();
+  const int threads = FuzzEnvironment::threadCount();
   bool storeReset = false;
   {
     DataManager store(folder, factoryFile);
@@ -146,5 +147,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     require(TimerEventManager::getInstance()->pendingTimers().empty());
     if (!storeReset) require(storedScenes(folder, factoryFile) == registered);
   }
+  FuzzEnvironment::waitForThreads(threads);
   return 0;
 }
