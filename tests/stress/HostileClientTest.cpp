@@ -242,7 +242,8 @@ TEST_F(HostileClientTest, WellBehavedCallerIsServedThroughIdleSlowOversizedAndGa
 // The daemon of these tests starts with few descriptors, as on a router whose limit is low.
 class DescriptorLimitTest : public HostileClientTest {
  protected:
-  void prepare(Sandbox&) override {
+  void prepare(Sandbox& sandbox) override {
+    HostileClientTest::prepare(sandbox);
     // The sandbox, and the daemon in it, inherit this process's limit when they start.
     getrlimit(RLIMIT_NOFILE, &saved_);
     rlimit low = saved_;

@@ -1,6 +1,7 @@
 #include "StressFixture.h"
 
 #include <cstdlib>
+#include <filesystem>
 #include <sstream>
 
 namespace zorvik {
@@ -28,12 +29,16 @@ bool isReportLine(const std::string& line) {
 }
 
 #if defined(__SANITIZE_THREAD__)
+// Where the daemon finds the suppressions: the sandbox's own folder, which it sees under this
+// name. The source tree may sit under /tmp, which the sandbox replaces with a private one.
+const char kSuppressionsInside[] = "/usr/lib/zorvik-sandbox/tsan.supp";
+
 // The daemon inherits this process's environment through the sandbox. Set before main(), while
 // this process has a single thread.
 const bool kSuppressionsGiven = [] {
   const char* given = std::getenv("TSAN_OPTIONS");
   const std::string options =
-      std::string(given == nullptr ? "" : given) + " suppressions=" + ZORVIK_TSAN_SUPPRESSIONS;
+      std::string(given == nullptr ? "" : given) + " suppressions=" + kSuppressionsInside;
   return setenv("TSAN_OPTIONS", options.c_str(), 1) == 0;
 }();
 #endif
@@ -41,6 +46,13 @@ const bool kSuppressionsGiven = [] {
 }  // namespace
 
 const std::chrono::milliseconds StressFixture::kReplyBound(2000 * kSlowdown);
+
+void StressFixture::prepare([[maybe_unused]] Sandbox& sandbox) {
+#if defined(__SANITIZE_THREAD__)
+  std::filesystem::copy_file(ZORVIK_TSAN_SUPPRESSIONS, sandbox.stateFile("tsan.supp"),
+                             std::filesystem::copy_options::overwrite_existing);
+#endif
+}
 
 void StressFixture::TearDown() {
   if (!IsSkipped()) {

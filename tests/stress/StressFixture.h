@@ -25,6 +25,8 @@ class StressFixture : public DaemonFixture {
   // and sanitizer builds run the daemon several times slower.
   static const std::chrono::milliseconds kReplyBound;
 
+  // Gives a ThreadSanitizer build of the daemon its suppressions inside the sandbox.
+  void prepare(Sandbox& sandbox) override;
   void TearDown() override;
 
   // Kills instance `running` and starts instance `name`, which is then checked like the first.
