@@ -71,10 +71,11 @@ class Sandbox {
                     std::chrono::milliseconds timeout) const;
   // Host path of a file of the sandbox's /etc/zorvik.
   std::string dataFile(const std::string& name) const;
+  // Host path of a file of the sandbox's own folder, seen inside as /usr/lib/zorvik-sandbox.
+  std::string stateFile(const std::string& relative) const;
   const SyslogDrain& syslog() const { return *syslog_; }
 
  private:
-  std::string stateFile(const std::string& relative) const;
   void control(const std::string& line) const;
 
   TempDir state_;
