@@ -2,14 +2,8 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <thrift/protocol/TBinaryProtocol.h>
-#include <thrift/server/TSimpleServer.h>
-#include <thrift/transport/TBufferTransports.h>
-#include <thrift/transport/TServerSocket.h>
 #include <unistd.h>
 
-#include <future>
-#include <mutex>
 #include <stdexcept>
 #include <thread>
 
@@ -17,88 +11,12 @@
 #include "Kelmora.h"
 #include "action/LocalServiceClient.h"
 #include "support/LogCapture.h"
+#include "support/ScriptedService.h"
 
 namespace zorvik {
 namespace {
 
 using Lines = std::vector<std::string>;
-using apache::thrift::protocol::TBinaryProtocolFactory;
-using apache::thrift::server::TServerEventHandler;
-using apache::thrift::server::TSimpleServer;
-using apache::thrift::transport::TFramedTransportFactory;
-using apache::thrift::transport::TServerSocket;
-
-constexpr char kLoopback[] = "127.0.0.1";
-// A handler reply that makes the service throw instead of answering.
-constexpr char kThrow[] = "<throw>";
-
-// Answers every request with one scripted reply and remembers what it received.
-template <typename ServiceIf>
-class ScriptedHandler : public ServiceIf {
- public:
-  explicit ScriptedHandler(std::string reply) : reply_(std::move(reply)) {}
-
-  void request(std::string& result, const std::string& text) override {
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      received_.push_back(text);
-    }
-    if (reply_ == kThrow) throw std::runtime_error("service failure");
-    result = reply_;
-  }
-
-  Lines received() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return received_;
-  }
-
- private:
-  const std::string reply_;
-  mutable std::mutex mutex_;
-  Lines received_;  // guarded by mutex_
-};
-
-// Tells the test when the server listens.
-class ReadySignal : public TServerEventHandler {
- public:
-  void preServe() override { ready_.set_value(); }
-  void wait() { ready_.get_future().wait(); }
-
- private:
-  std::promise<void> ready_;
-};
-
-// A real framed binary Thrift service on 127.0.0.1 and a free port, served on its own thread
-// until the object goes away.
-template <typename Traits>
-class TestService {
- public:
-  explicit TestService(std::string reply)
-      : handler_(std::make_shared<ScriptedHandler<typename Traits::If>>(std::move(reply))),
-        socket_(std::make_shared<TServerSocket>(kLoopback, 0)),
-        server_(std::make_shared<typename Traits::Processor>(handler_), socket_,
-                std::make_shared<TFramedTransportFactory>(),
-                std::make_shared<TBinaryProtocolFactory>()) {
-    auto ready = std::make_shared<ReadySignal>();
-    server_.setServerEventHandler(ready);
-    thread_ = std::thread([this] { server_.serve(); });
-    ready->wait();
-  }
-
-  ~TestService() {
-    server_.stop();
-    thread_.join();
-  }
-
-  int port() const { return socket_->getPort(); }
-  Lines received() const { return handler_->received(); }
-
- private:
-  std::shared_ptr<ScriptedHandler<typename Traits::If>> handler_;
-  std::shared_ptr<TServerSocket> socket_;
-  TSimpleServer server_;
-  std::thread thread_;
-};
 
 // A plain listening socket on 127.0.0.1 and a free port.
 class RawListener {
@@ -159,7 +77,7 @@ class LocalServiceClientTest : public ::testing::Test {
   // Sends `payload` to a service that answers `reply`; the service's view of the payload is
   // checked too.
   bool exchange(const std::string& reply, const std::string& payload = "{\"cmd\":1}") {
-    TestService<Traits> service(reply);
+    ScriptedService<Traits> service(reply);
     const bool result = Traits::send(payload, service.port());
     EXPECT_EQ(service.received(), Lines{payload});
     return result;
@@ -210,7 +128,7 @@ TYPED_TEST(LocalServiceClientTest, PayloadArrivesByteForByte) {
 }
 
 TYPED_TEST(LocalServiceClientTest, ServiceFailureCountsAsUnreachable) {
-  EXPECT_FALSE(this->exchange(kThrow));
+  EXPECT_FALSE(this->exchange(kScriptedThrow));
   EXPECT_TRUE(this->capture_.lines().empty());
 }
 
