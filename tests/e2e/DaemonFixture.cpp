@@ -8,6 +8,8 @@
 namespace zorvik {
 namespace {
 
+constexpr char kLoopback[] = "127.0.0.1";
+
 // What the sandbox puts in place of the host's files; each must stay as the host had it.
 const char* const kHostPaths[] = {
     "/etc/zorvik",        "/usr/share/zorvik",        "/tmp/ntp.status", "/usr/sbin/zorvik",
@@ -54,12 +56,16 @@ void DaemonFixture::TearDown() {
 }
 
 std::unique_ptr<ServiceConnection> DaemonFixture::connect(int timeoutMs) {
-  const int socket = sandbox_->connectTo("127.0.0.1", kServicePort);
+  const int socket = sandbox_->connectTo(kLoopback, kServicePort);
   if (socket < 0) {
     ADD_FAILURE() << "cannot connect to the daemon: " << std::strerror(errno);
     return nullptr;
   }
   return std::make_unique<ServiceConnection>(socket, timeoutMs);
+}
+
+RawClient DaemonFixture::rawClient() {
+  return RawClient(sandbox_->connectTo(kLoopback, kServicePort));
 }
 
 std::string DaemonFixture::request(const std::string& parameter) {

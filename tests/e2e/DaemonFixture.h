@@ -10,10 +10,12 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
 
+#include "RawClient.h"
 #include "Sandbox.h"
 #include "ServiceConnection.h"
 
@@ -25,6 +27,8 @@ inline constexpr char kFormatErrorReply[] = R"({ "code": 3, "msg": "parameter fo
 inline constexpr char kApiNotExistsReply[] = R"({ "code": -1, "msg": "api not exists" })";
 inline constexpr char kNoScenesReply[] = R"({ "code": 0, "msg": "", "count": 0 })";
 inline constexpr char kCountRequest[] = R"({"command":"get_scene_count"})";
+// The daemon's largest accepted frame.
+inline constexpr uint32_t kFrameBound = 4 * 1024 * 1024;
 
 class DaemonFixture : public ::testing::Test {
  protected:
@@ -40,6 +44,9 @@ class DaemonFixture : public ::testing::Test {
   Sandbox& sandbox() { return *sandbox_; }
   // A connection to the daemon from inside the sandbox.
   std::unique_ptr<ServiceConnection> connect(int timeoutMs = 30000);
+  // A connection to the daemon from inside the sandbox for hand-made bytes; not connected (every
+  // operation fails) when the daemon cannot be reached.
+  RawClient rawClient();
   // One request on a connection of its own.
   std::string request(const std::string& parameter);
   // Starts another instance `name` once the current one, `running`, has been killed.

@@ -1,10 +1,5 @@
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <thrift/TApplicationException.h>
-#include <thrift/protocol/TBinaryProtocol.h>
-#include <thrift/transport/TBufferTransports.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -21,83 +16,14 @@ namespace {
 using apache::thrift::TApplicationException;
 using apache::thrift::protocol::T_CALL;
 using apache::thrift::protocol::T_EXCEPTION;
-using apache::thrift::protocol::TBinaryProtocol;
 using apache::thrift::protocol::TMessageType;
-using apache::thrift::transport::TMemoryBuffer;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
+using PeerState = RawClient::PeerState;
 
 const char kRecordRequest[] = R"({"command":"scene_record_by_crontab"})";
-constexpr uint32_t kFrameBound = 4 * 1024 * 1024;
 
-// A connected raw socket, closed when it goes.
-class RawConnection {
- public:
-  explicit RawConnection(int socket) : socket_(socket) {}
-  ~RawConnection() {
-    if (socket_ >= 0) close(socket_);
-  }
-  int socket() const { return socket_; }
-
-  bool send(const std::string& bytes) const {
-    size_t sent = 0;
-    while (sent < bytes.size()) {
-      const ssize_t n = ::send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-      if (n <= 0) return false;
-      sent += static_cast<size_t>(n);
-    }
-    return true;
-  }
-
-  // Leaves with a reset instead of an orderly close.
-  void abort() {
-    const linger resetOnClose{1, 0};
-    setsockopt(socket_, SOL_SOCKET, SO_LINGER, &resetOnClose, sizeof(resetOnClose));
-    close(socket_);
-    socket_ = -1;
-  }
-
- private:
-  int socket_;
-};
-
-enum class PeerState { kClosed, kAnswered, kSilent };
-
-// What the daemon does on the connection within `wait`: closes it, sends something, or nothing.
-PeerState awaitPeer(const RawConnection& connection, milliseconds wait) {
-  pollfd ready{connection.socket(), POLLIN, 0};
-  if (poll(&ready, 1, static_cast<int>(wait.count())) <= 0) return PeerState::kSilent;
-  char byte = 0;
-  return recv(connection.socket(), &byte, 1, 0) > 0 ? PeerState::kAnswered : PeerState::kClosed;
-}
-
-std::string frameLength(uint32_t length) {
-  return {static_cast<char>(length >> 24), static_cast<char>(length >> 16),
-          static_cast<char>(length >> 8), static_cast<char>(length)};
-}
-
-std::string frame(const std::string& message) {
-  return frameLength(static_cast<uint32_t>(message.size())) + message;
-}
-
-// A "request" call message as the generated client writes it.
-std::string callMessage(const std::string& method, const std::string& parameter) {
-  auto buffer = std::make_shared<TMemoryBuffer>();
-  TBinaryProtocol protocol(buffer);
-  protocol.writeMessageBegin(method, T_CALL, 0);
-  Zorvik_request_pargs arguments;
-  arguments.parameter = &parameter;
-  arguments.write(&protocol);
-  protocol.writeMessageEnd();
-  return buffer->getBufferAsString();
-}
-
-class DaemonWireTest : public DaemonFixture {
- protected:
-  RawConnection rawConnection() {
-    return RawConnection(sandbox().connectTo("127.0.0.1", kServicePort));
-  }
-};
+class DaemonWireTest : public DaemonFixture {};
 
 TEST_F(DaemonWireTest, UnknownMethodIsRefusedAndTheConnectionStaysUsable) {
   std::unique_ptr<ServiceConnection> connection = connect();
@@ -134,9 +60,9 @@ TEST_F(DaemonWireTest, EmptyParameterReachesTheTunnel) {
 }
 
 TEST_F(DaemonWireTest, GarbageInsideAFrameIsNotAnswered) {
-  RawConnection garbage = rawConnection();
-  ASSERT_TRUE(garbage.send(frame("\xff\xff\xff\xff not thrift at all")));
-  EXPECT_NE(awaitPeer(garbage, milliseconds(1000)), PeerState::kAnswered);
+  RawClient garbage = rawClient();
+  ASSERT_TRUE(garbage.send(RawClient::frame("\xff\xff\xff\xff not thrift at all")));
+  EXPECT_NE(garbage.awaitPeer(milliseconds(1000)), PeerState::kAnswered);
   EXPECT_TRUE(sandbox().syslog().waitFor("Bad version identifier", milliseconds(5000)))
       << "Thrift's own diagnostics reach the daemon's log";
   expectStillServing();
@@ -144,29 +70,30 @@ TEST_F(DaemonWireTest, GarbageInsideAFrameIsNotAnswered) {
 
 // A small frame whose parameter claims to be 2 GiB long gets no answer and harms no one.
 TEST_F(DaemonWireTest, ParameterLongerThanItsFrameIsNotAnswered) {
-  const std::string call = callMessage("request", "");
+  const std::string call = RawClient::callMessage("");
   // The call ends with the parameter's length (0) and the stop byte: claim 2 GiB instead.
-  const std::string boasting = call.substr(0, call.size() - 5) + frameLength(0x7ffffff0) + "\0";
-  RawConnection caller = rawConnection();
-  ASSERT_TRUE(caller.send(frame(boasting)));
-  EXPECT_NE(awaitPeer(caller, milliseconds(1000)), PeerState::kAnswered);
+  const std::string boasting =
+      call.substr(0, call.size() - 5) + RawClient::frameHeader(0x7ffffff0) + "\0";
+  RawClient caller = rawClient();
+  ASSERT_TRUE(caller.send(RawClient::frame(boasting)));
+  EXPECT_NE(caller.awaitPeer(milliseconds(1000)), PeerState::kAnswered);
   expectStillServing();
 }
 
 TEST_F(DaemonWireTest, HttpRequestReadsAsAnOversizedFrameAndIsCutOff) {
-  RawConnection http = rawConnection();
+  RawClient http = rawClient();
   ASSERT_TRUE(http.send("GET / HTTP/1.1\r\nHost: router\r\n\r\n"));
-  EXPECT_EQ(awaitPeer(http, milliseconds(5000)), PeerState::kClosed);
+  EXPECT_EQ(http.awaitPeer(milliseconds(5000)), PeerState::kClosed);
   expectStillServing();
 }
 
 TEST_F(DaemonWireTest, FramesBeyondFourMebibytesAreCutOffWhileLargeOnesAreServed) {
-  RawConnection huge = rawConnection();
-  ASSERT_TRUE(huge.send(frameLength(kFrameBound + 1)));
-  EXPECT_EQ(awaitPeer(huge, milliseconds(5000)), PeerState::kClosed);
-  RawConnection enormous = rawConnection();
-  ASSERT_TRUE(enormous.send(frameLength(0x7fffffff)));
-  EXPECT_EQ(awaitPeer(enormous, milliseconds(5000)), PeerState::kClosed);
+  RawClient huge = rawClient();
+  ASSERT_TRUE(huge.send(RawClient::frameHeader(kFrameBound + 1)));
+  EXPECT_EQ(huge.awaitPeer(milliseconds(5000)), PeerState::kClosed);
+  RawClient enormous = rawClient();
+  ASSERT_TRUE(enormous.send(RawClient::frameHeader(0x7fffffff)));
+  EXPECT_EQ(enormous.awaitPeer(milliseconds(5000)), PeerState::kClosed);
 
   const std::string padding(3 * 1024 * 1024, 'x');
   EXPECT_EQ(request(R"({"command":"nope","pad":")" + padding + "\"}"), kApiNotExistsReply);
@@ -175,29 +102,29 @@ TEST_F(DaemonWireTest, FramesBeyondFourMebibytesAreCutOffWhileLargeOnesAreServed
 
 // An empty frame is no call: nothing answers it, and the next bytes end the connection.
 TEST_F(DaemonWireTest, ZeroLengthFrameIsNotAnsweredAndEndsTheConnection) {
-  RawConnection empty = rawConnection();
-  ASSERT_TRUE(empty.send(frameLength(0)));
-  EXPECT_EQ(awaitPeer(empty, milliseconds(500)), PeerState::kSilent);
-  ASSERT_TRUE(empty.send(frame(callMessage("request", kCountRequest))));
-  EXPECT_EQ(awaitPeer(empty, milliseconds(5000)), PeerState::kClosed);
+  RawClient empty = rawClient();
+  ASSERT_TRUE(empty.send(RawClient::frameHeader(0)));
+  EXPECT_EQ(empty.awaitPeer(milliseconds(500)), PeerState::kSilent);
+  ASSERT_TRUE(empty.send(RawClient::requestFrame(kCountRequest)));
+  EXPECT_EQ(empty.awaitPeer(milliseconds(5000)), PeerState::kClosed);
   expectStillServing();
 }
 
 TEST_F(DaemonWireTest, IdleAndTruncatedConnectionsDoNotHoldUpOthers) {
-  RawConnection idle = rawConnection();
-  RawConnection truncated = rawConnection();
-  const std::string call = frame(callMessage("request", kCountRequest));
+  RawClient idle = rawClient();
+  RawClient truncated = rawClient();
+  const std::string call = RawClient::requestFrame(kCountRequest);
   ASSERT_TRUE(truncated.send(call.substr(0, call.size() / 2)));
 
   const Clock::time_point asked = Clock::now();
   EXPECT_EQ(request(kCountRequest), kNoScenesReply);
   EXPECT_LT(Clock::now() - asked, milliseconds(5000));
-  EXPECT_EQ(awaitPeer(idle, milliseconds(200)), PeerState::kSilent);
-  EXPECT_EQ(awaitPeer(truncated, milliseconds(200)), PeerState::kSilent);
+  EXPECT_EQ(idle.awaitPeer(milliseconds(200)), PeerState::kSilent);
+  EXPECT_EQ(truncated.awaitPeer(milliseconds(200)), PeerState::kSilent);
 
   // The rest of the truncated call arrives late: it is answered all the same.
   ASSERT_TRUE(truncated.send(call.substr(call.size() / 2)));
-  EXPECT_EQ(awaitPeer(truncated, milliseconds(5000)), PeerState::kAnswered);
+  EXPECT_EQ(truncated.awaitPeer(milliseconds(5000)), PeerState::kAnswered);
   expectStillServing();
 }
 
@@ -207,8 +134,8 @@ TEST_F(DaemonWireTest, CallerGoneBeforeTheReplyDoesNotTakeTheDaemonDown) {
   // The status record waits on a slow logger, so the reply is written after the caller reset
   // the connection.
   sandbox().writeStateFile("stub/logger.delay", "0.5");
-  RawConnection caller = rawConnection();
-  ASSERT_TRUE(caller.send(frame(callMessage("request", kRecordRequest))));
+  RawClient caller = rawClient();
+  ASSERT_TRUE(caller.send(RawClient::requestFrame(kRecordRequest)));
   ASSERT_TRUE(sandbox().waitForCalls("/usr/bin/logger", 1, milliseconds(5000)));
   caller.abort();
   std::this_thread::sleep_for(milliseconds(1000));

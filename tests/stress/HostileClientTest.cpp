@@ -23,9 +23,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr uint32_t kFrameBound = 4 * 1024 * 1024;  // the daemon's largest accepted frame
 const char kLoopback[] = "127.0.0.1";
-const char kCountRequest[] = R"({"command":"get_scene_count"})";
 const char kAddRequest[] =
     R"({"command":"scene_setting","name":"Hall","action_list":[{"thirdParty":"quiro",)"
     R"("type":"light","name":"Lamp","keyName":"on","delay":5,"payload":"on"}]})";
@@ -118,8 +116,6 @@ std::string describe(const std::vector<std::string>& faults) {
 
 class HostileClientTest : public StressFixture {
  protected:
-  RawClient rawClient() { return RawClient(sandbox().connectTo(kLoopback, kServicePort)); }
-
   // Adds the one scene the count replies report and lets the daemon settle.
   void warmUp() {
     ASSERT_EQ(request(kAddRequest).rfind(R"({ "code": 0, "msg": "", "id": )", 0), 0u);
@@ -170,7 +166,7 @@ class HostileClientTest : public StressFixture {
     const uint32_t size = framed ? 1 + random() % kFrameBound : kGarbageChunk;
     std::string bytes(size, '\0');
     for (char& byte : bytes) byte = static_cast<char>(random());
-    return framed ? RawClient::frameHeader(size) + bytes : bytes;
+    return framed ? RawClient::frame(bytes) : bytes;
   }
 
   // Waits until the daemon's resident memory is at most `limitKiB`; the last value seen.
@@ -295,12 +291,12 @@ TEST_F(HostileClientTest, TinyFramesAnnouncingHugeStringsAreNotAllocated) {
   // Strict reading is off, so a message may begin with the length of its method name; and a
   // proper call may announce a parameter far longer than its frame.
   const std::string unversionedName = RawClient::frameHeader(kHugeStringClaim) + "request";
-  const std::string callHead = RawClient::requestFrame("").substr(4);
+  const std::string callHead = RawClient::callMessage("");
   const std::string longParameter =
       callHead.substr(0, callHead.size() - 5) + RawClient::frameHeader(kHugeStringClaim) + "{";
   for (const std::string& body : {unversionedName, longParameter}) {
     RawClient client = rawClient();
-    ASSERT_TRUE(client.send(RawClient::frameHeader(static_cast<uint32_t>(body.size())) + body));
+    ASSERT_TRUE(client.send(RawClient::frame(body)));
     // Such a frame gets no reply and leaves the connection open: the reply to the request
     // behind it shows that the daemon is done with it.
     ASSERT_TRUE(client.send(RawClient::requestFrame(kCountRequest)));

@@ -1,10 +1,11 @@
 // RawClient: a connection to the daemon's service on which the test writes exactly the bytes it
-// chooses (a frame dribbled a byte at a time, a frame at or beyond the size bound, garbage) and
-// reads framed replies back. The generated client cannot do either.
+// chooses (a frame dribbled a byte at a time, a frame at or beyond the size bound, garbage, a
+// call cut in two) and reads framed replies back or watches what the daemon does with the
+// connection, none of which the generated client can do. The static functions build frames.
 //
 // Ownership: owns the connected socket and closes it. Not shared between threads.
-#ifndef ZORVIK_TESTS_STRESS_RAWCLIENT_H_
-#define ZORVIK_TESTS_STRESS_RAWCLIENT_H_
+#ifndef ZORVIK_TESTS_E2E_RAWCLIENT_H_
+#define ZORVIK_TESTS_E2E_RAWCLIENT_H_
 
 #include <chrono>
 #include <cstdint>
@@ -15,6 +16,9 @@ namespace zorvik {
 
 class RawClient {
  public:
+  // What the daemon does with the connection within a wait.
+  enum class PeerState { kClosed, kAnswered, kSilent };
+
   // `socket` is connected, or -1 (then every operation fails).
   explicit RawClient(int socket) : socket_(socket) {}
   ~RawClient();
@@ -33,9 +37,18 @@ class RawClient {
   // True when the daemon ends the connection (end of file or reset) within `timeout`; bytes it
   // sends meanwhile are skipped.
   bool closedByPeer(std::chrono::milliseconds timeout);
+  // Whether the daemon closes the connection, sends something (its first byte is consumed), or
+  // does neither within `wait`.
+  PeerState awaitPeer(std::chrono::milliseconds wait);
+  // Leaves with a reset instead of an orderly close.
+  void abort();
 
   // The 4-byte big-endian length that starts a frame.
   static std::string frameHeader(uint32_t length);
+  // `message` behind the header that announces its length.
+  static std::string frame(const std::string& message);
+  // An unframed "request" call message carrying `parameter`, as the generated client writes it.
+  static std::string callMessage(const std::string& parameter);
   // A framed "request" call carrying `parameter`, as the router's own callers send it.
   static std::string requestFrame(const std::string& parameter);
   // A framed "request" call of `command` whose frame body is exactly `bodySize` bytes: the JSON
@@ -51,4 +64,4 @@ class RawClient {
 
 }  // namespace zorvik
 
-#endif  // ZORVIK_TESTS_STRESS_RAWCLIENT_H_
+#endif  // ZORVIK_TESTS_E2E_RAWCLIENT_H_

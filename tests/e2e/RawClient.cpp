@@ -27,17 +27,6 @@ constexpr size_t kFrameHeaderSize = 4;
 // Replies of this service stay far below this; a longer announced frame is not a reply.
 constexpr uint32_t kLongestReply = 16 * 1024 * 1024;
 
-std::string callMessage(const std::string& parameter) {
-  auto buffer = std::make_shared<TMemoryBuffer>();
-  TBinaryProtocol protocol(buffer);
-  protocol.writeMessageBegin(kMethod, T_CALL, 0);
-  Zorvik_request_pargs arguments;
-  arguments.parameter = &parameter;
-  arguments.write(&protocol);
-  protocol.writeMessageEnd();
-  return buffer->getBufferAsString();
-}
-
 // The reply text of one frame body; nothing when it is not a reply carrying one.
 std::optional<std::string> decodeReply(std::vector<char>& body) {
   try {
@@ -115,6 +104,21 @@ std::optional<std::string> RawClient::readReply(std::chrono::milliseconds timeou
   return decodeReply(body);
 }
 
+RawClient::PeerState RawClient::awaitPeer(std::chrono::milliseconds wait) {
+  pollfd ready{socket_, POLLIN, 0};
+  if (poll(&ready, 1, static_cast<int>(wait.count())) <= 0) return PeerState::kSilent;
+  char byte = 0;
+  return recv(socket_, &byte, 1, 0) > 0 ? PeerState::kAnswered : PeerState::kClosed;
+}
+
+void RawClient::abort() {
+  if (socket_ < 0) return;
+  const linger resetOnClose{1, 0};
+  setsockopt(socket_, SOL_SOCKET, SO_LINGER, &resetOnClose, sizeof(resetOnClose));
+  close(socket_);
+  socket_ = -1;
+}
+
 bool RawClient::closedByPeer(std::chrono::milliseconds timeout) {
   if (socket_ < 0) return true;
   const Clock::time_point deadline = Clock::now() + timeout;
@@ -131,9 +135,23 @@ std::string RawClient::frameHeader(uint32_t length) {
           static_cast<char>(length >> 8), static_cast<char>(length)};
 }
 
-std::string RawClient::requestFrame(const std::string& parameter) {
-  const std::string message = callMessage(parameter);
+std::string RawClient::frame(const std::string& message) {
   return frameHeader(static_cast<uint32_t>(message.size())) + message;
+}
+
+std::string RawClient::callMessage(const std::string& parameter) {
+  auto buffer = std::make_shared<TMemoryBuffer>();
+  TBinaryProtocol protocol(buffer);
+  protocol.writeMessageBegin(kMethod, T_CALL, 0);
+  Zorvik_request_pargs arguments;
+  arguments.parameter = &parameter;
+  arguments.write(&protocol);
+  protocol.writeMessageEnd();
+  return buffer->getBufferAsString();
+}
+
+std::string RawClient::requestFrame(const std::string& parameter) {
+  return frame(callMessage(parameter));
 }
 
 std::string RawClient::paddedRequestFrame(const std::string& command, size_t bodySize) {
