@@ -272,12 +272,14 @@ std::string Sandbox::describeCalls() const {
   return "stub calls so far:\n" + readFile(stateFile("calls.log"));
 }
 
+size_t Sandbox::countCalls(const std::string& prefix) const {
+  size_t found = 0;
+  for (const StubCall& call : calls()) found += call.command.rfind(prefix, 0) == 0 ? 1 : 0;
+  return found;
+}
+
 bool Sandbox::waitForCalls(const std::string& prefix, size_t count, milliseconds timeout) const {
-  return pollUntil(timeout, [&] {
-    size_t found = 0;
-    for (const StubCall& call : calls()) found += call.command.rfind(prefix, 0) == 0 ? 1 : 0;
-    return found >= count;
-  });
+  return pollUntil(timeout, [&] { return countCalls(prefix) >= count; });
 }
 
 std::string Sandbox::dataFile(const std::string& name) const {

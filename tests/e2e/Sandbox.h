@@ -66,6 +66,8 @@ class Sandbox {
   std::vector<StubCall> calls() const;
   // calls.log as it stands, for failure messages.
   std::string describeCalls() const;
+  // How many calls so far begin with `prefix`.
+  size_t countCalls(const std::string& prefix) const;
   // Waits until `count` calls begin with `prefix`; false after `timeout`.
   bool waitForCalls(const std::string& prefix, size_t count,
                     std::chrono::milliseconds timeout) const;

@@ -4,7 +4,6 @@
 // use-after-free of scenes and actions show (StressFixture fails the test on any report).
 // Afterwards the daemon still answers and its registry and its store agree row by row.
 #include <gtest/gtest.h>
-#include <json-c/json.h>
 
 #include <algorithm>
 #include <atomic>
@@ -18,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "ReplyJson.h"
 #include "SceneMaker.h"
 #include "StressFixture.h"
 
@@ -151,19 +151,6 @@ const MixCommand& drawCommand(SceneMaker& maker, size_t scenes) {
   return kMix[0];
 }
 
-// The integer member `key` of a reply; nothing when the reply has none.
-std::optional<int> intMember(const std::string& reply, const char* key) {
-  json_object* root = json_tokener_parse(reply.c_str());
-  json_object* member = nullptr;
-  std::optional<int> value;
-  if (root != nullptr && json_object_object_get_ex(root, key, &member) &&
-      json_object_is_type(member, json_type_int)) {
-    value = json_object_get_int(member);
-  }
-  json_object_put(root);
-  return value;
-}
-
 // What one client saw.
 struct ClientTally {
   int requests = 0;
@@ -195,7 +182,7 @@ class ConcurrencyStressTest : public StressFixture {
 
   void judge(const MixCommand& command, int32_t id, const std::string& parameter,
              const std::string& reply, ClientTally& tally) {
-    const std::optional<int> code = intMember(reply, "code");
+    const std::optional<int> code = ReplyJson::intMember(reply, "code");
     if (!code || command.codes.count(*code) == 0) {
       tally.faults.push_back(parameter + " answered " + reply);
       return;
@@ -204,7 +191,7 @@ class ConcurrencyStressTest : public StressFixture {
     ++tally.succeeded[command.name];
     const std::string name = command.name;
     if (name == "scene_setting") {
-      const std::optional<int> added = intMember(reply, "id");
+      const std::optional<int> added = ReplyJson::intMember(reply, "id");
       if (added) ids_.add(*added);
       if (!added) tally.faults.push_back(parameter + " answered without id: " + reply);
     } else if (name == "scene_delete") {
@@ -216,18 +203,6 @@ class ConcurrencyStressTest : public StressFixture {
 
   KnownIds ids_;
 };
-
-std::string firstFaults(const std::vector<std::string>& faults) {
-  std::string text;
-  for (size_t i = 0; i < faults.size() && i < 20; ++i) text += "\n  " + faults[i];
-  return text;
-}
-
-int callsStartingWith(const Sandbox& sandbox, const std::string& prefix) {
-  int count = 0;
-  for (const StubCall& call : sandbox.calls()) count += call.command.rfind(prefix, 0) == 0;
-  return count;
-}
 
 TEST_F(ConcurrencyStressTest, EveryCommandAtOnceWhileScenesRunLeavesRegistryAndStoreInStep) {
   const uint32_t seed = std::random_device{}();
@@ -250,7 +225,7 @@ TEST_F(ConcurrencyStressTest, EveryCommandAtOnceWhileScenesRunLeavesRegistryAndS
   }
   EXPECT_TRUE(total.faults.empty())
       << total.faults.size() << " of " << total.requests << " requests went wrong (seed " << seed
-      << "):" << firstFaults(total.faults);
+      << "):" << describeFaults(total.faults);
   for (const MixCommand& command : kMix) {
     EXPECT_GT(total.succeeded[command.name], 0) << command.name << " never succeeded";
   }
@@ -263,15 +238,14 @@ TEST_F(ConcurrencyStressTest, EveryCommandAtOnceWhileScenesRunLeavesRegistryAndS
   ASSERT_TRUE(listed) << "get_scene_setting is not a scene list";
   ASSERT_TRUE(stored) << error;
   EXPECT_EQ(*listed, *stored) << "registry:" << *listed << "\nstore:" << *stored;
-  EXPECT_EQ(intMember(request(R"({"command":"get_scene_count"})"), "count"),
+  EXPECT_EQ(ReplyJson::intMember(request(kCountRequest), "count"),
             static_cast<int>(listed->size()));
-  const int tunnelCalls = callsStartingWith(sandbox(), "/usr/sbin/pellway 6 ");
-  const int wifiCalls = callsStartingWith(sandbox(), "/sbin/wifi");
-  EXPECT_GT(tunnelCalls, 0) << "no tunnel action ran";
-  EXPECT_GT(wifiCalls, 0) << "no Wi-Fi action ran";
+  const size_t tunnelCalls = sandbox().countCalls("/usr/sbin/pellway 6 ");
+  const size_t wifiCalls = sandbox().countCalls("/sbin/wifi");
+  EXPECT_GT(tunnelCalls, 0u) << "no tunnel action ran";
+  EXPECT_GT(wifiCalls, 0u) << "no Wi-Fi action ran";
   std::cout << tunnelCalls << " tunnel and " << wifiCalls << " Wi-Fi commands ran, "
-            << callsStartingWith(sandbox(), "/usr/sbin/vantpost ") << " runs were reported"
-            << std::endl;
+            << sandbox().countCalls("/usr/sbin/vantpost ") << " runs were reported" << std::endl;
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 // not have landed, and the restarted daemon must show either the state before it or the state
 // after it, nothing else.
 #include <gtest/gtest.h>
-#include <json-c/json.h>
 
 #include <iterator>
 #include <optional>
@@ -14,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "ReplyJson.h"
 #include "SceneMaker.h"
 #include "StressFixture.h"
 
@@ -48,18 +48,6 @@ struct Change {
   std::optional<SceneRecord> after;   // kAdd, kReplace
 };
 
-std::optional<int> intMember(const std::string& reply, const char* key) {
-  json_object* root = json_tokener_parse(reply.c_str());
-  json_object* member = nullptr;
-  std::optional<int> value;
-  if (root != nullptr && json_object_object_get_ex(root, key, &member) &&
-      json_object_is_type(member, json_type_int)) {
-    value = json_object_get_int(member);
-  }
-  json_object_put(root);
-  return value;
-}
-
 // The client's knowledge: the scenes as they must be, and the one change whose outcome is
 // unknown because the daemon died before answering it.
 class SceneModel {
@@ -81,10 +69,10 @@ class SceneModel {
 
   // Applies an answered change; false when the answer was not the one expected.
   bool answered(const Change& change, const std::string& reply) {
-    const std::optional<int> code = intMember(reply, "code");
+    const std::optional<int> code = ReplyJson::intMember(reply, "code");
     if (code != change.expectedCode) return false;
     if (change.kind == Change::kAdd) {
-      const std::optional<int> id = intMember(reply, "id");
+      const std::optional<int> id = ReplyJson::intMember(reply, "id");
       if (!id || scenes_.count(*id) != 0) return false;
       scenes_[*id] = *change.after;
     } else if (change.kind == Change::kReplace) {

@@ -108,12 +108,6 @@ class Poller {
   std::thread thread_;
 };
 
-std::string describe(const std::vector<std::string>& faults) {
-  std::string text;
-  for (size_t i = 0; i < faults.size() && i < 20; ++i) text += "\n  " + faults[i];
-  return text;
-}
-
 class HostileClientTest : public StressFixture {
  protected:
   // Adds the one scene the count replies report and lets the daemon settle.
@@ -224,7 +218,7 @@ TEST_F(HostileClientTest, WellBehavedCallerIsServedThroughIdleSlowOversizedAndGa
   EXPECT_EQ(slowAnswered.load(), kSlowSenders * kSlowRequestsEach) << "dribbled requests";
   EXPECT_GT(garbageConnections.load(), kGarbageSenders);
   EXPECT_TRUE(poller.faults().empty()) << poller.faults().size() << " of " << poller.requests()
-                                       << " polls failed:" << describe(poller.faults());
+                                       << " polls failed:" << describeFaults(poller.faults());
   EXPECT_GT(poller.requests(), 20);
   EXPECT_LE(settledKiB, idleKiB + kResidentSlackKiB)
       << "resident memory: idle " << idleKiB << " KiB, under load " << busyKiB
@@ -278,7 +272,7 @@ TEST_F(DescriptorLimitTest, ConnectionsBeyondTheDescriptorLimitAreRefusedAndTheD
   std::this_thread::sleep_for(10 * kPollPeriod);
   poller.stop();
   EXPECT_TRUE(poller.faults().empty()) << poller.faults().size() << " of " << poller.requests()
-                                       << " polls failed:" << describe(poller.faults());
+                                       << " polls failed:" << describeFaults(poller.faults());
   EXPECT_EQ(request(kCountRequest), kCountOfOne) << "new connections are served again";
   expectStillServing();
 }

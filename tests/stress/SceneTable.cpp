@@ -1,19 +1,13 @@
 #include "SceneTable.h"
 
-#include <json-c/json.h>
 #include <sqlite3.h>
 
-#include <memory>
+#include "server/Json.h"
 
 namespace zorvik {
 namespace {
 
 const char kReadAll[] = "SELECT ID, NAME, ACTIONLIST, LAUNCH FROM smart_task_table_v2";
-
-struct JsonDeleter {
-  void operator()(json_object* object) const { json_object_put(object); }
-};
-using JsonPtr = std::unique_ptr<json_object, JsonDeleter>;
 
 std::string textOf(const unsigned char* text) {
   return text == nullptr ? "" : reinterpret_cast<const char*>(text);
@@ -21,9 +15,8 @@ std::string textOf(const unsigned char* text) {
 
 // The member's json-c serialisation; empty when it is absent.
 std::string serialisedMember(json_object* object, const char* key) {
-  json_object* member = nullptr;
-  if (!json_object_object_get_ex(object, key, &member) || member == nullptr) return "";
-  return json_object_to_json_string(member);
+  json_object* member = Json::member(object, key);
+  return member == nullptr ? "" : json_object_to_json_string(member);
 }
 
 }  // namespace
@@ -67,7 +60,7 @@ std::optional<SceneMap> SceneTable::readStore(const std::string& path, std::stri
 }
 
 std::optional<SceneMap> SceneTable::fromReply(const std::string& reply) {
-  JsonPtr root(json_tokener_parse(reply.c_str()));
+  const Json::Document root = Json::parse(reply);
   json_object* code = nullptr;
   json_object* list = nullptr;
   if (!root || !json_object_object_get_ex(root.get(), "code", &code) ||
@@ -97,7 +90,7 @@ std::optional<SceneMap> SceneTable::fromReply(const std::string& reply) {
 }
 
 std::string SceneTable::canonical(const std::string& json) {
-  JsonPtr parsed(json_tokener_parse(json.c_str()));
+  const Json::Document parsed = Json::parse(json);
   return parsed ? json_object_to_json_string(parsed.get()) : json;
 }
 

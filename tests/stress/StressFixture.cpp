@@ -14,6 +14,8 @@ const char kListRequest[] = R"({"command":"get_scene_setting"})";
 const char* const kReportMarkers[] = {"Sanitizer", "runtime error:"};
 // How much of an instance's standard error a failure shows.
 constexpr size_t kLongestReport = 64 * 1024;
+// How many of a test's faults a failure lists.
+constexpr size_t kFaultsShown = 20;
 
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
 constexpr int kSlowdown = 5;
@@ -92,6 +94,12 @@ std::optional<DaemonProcess> StressFixture::daemonProcess() {
   std::optional<DaemonProcess> process = DaemonProcess::find(sandbox());
   if (!process) ADD_FAILURE() << "the daemon process cannot be found from the host";
   return process;
+}
+
+std::string StressFixture::describeFaults(const std::vector<std::string>& faults) {
+  std::string text;
+  for (size_t i = 0; i < faults.size() && i < kFaultsShown; ++i) text += "\n  " + faults[i];
+  return text;
 }
 
 }  // namespace zorvik

@@ -39,6 +39,8 @@ class StressFixture : public DaemonFixture {
   std::optional<SceneMap> storedScenes(std::string& error);
   // The running daemon seen from the host; fails the test when it cannot be found.
   std::optional<DaemonProcess> daemonProcess();
+  // The first faults a test collected, one to a line, for its failure message.
+  static std::string describeFaults(const std::vector<std::string>& faults);
 
  private:
   std::vector<std::string> instances_{kDaemon};
