@@ -9,15 +9,14 @@
 //
 // Usage: zorvik_bench [--output FILE] [--command TEXT]
 #include <signal.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <iostream>
 #include <string>
 
 #include "DaemonBench.h"
-#include "DaemonSandbox.h"
 #include "ResultTable.h"
+#include "Sandbox.h"
 
 int main(int argc, char** argv) {
   std::string output;
@@ -27,14 +26,15 @@ int main(int argc, char** argv) {
     if (option == "--output") output = argv[i + 1];
     if (option == "--command") command = argv[i + 1];
   }
-  if (geteuid() != 0) {
-    std::cerr << "zorvik_bench: needs root (the daemon runs in its own namespaces)" << std::endl;
+  const std::string unavailable = zorvik::Sandbox::unavailableReason();
+  if (!unavailable.empty()) {
+    std::cerr << "zorvik_bench: the daemon's sandbox cannot run here: " << unavailable << std::endl;
     return 2;
   }
   // A caller that vanished must not end the benchmark.
   signal(SIGPIPE, SIG_IGN);
 
-  zorvik::DaemonSandbox sandbox(ZORVIK_BINARY, SANDBOX_SCRIPT);
+  zorvik::Sandbox sandbox;
   std::string error;
   if (!sandbox.start(error)) {
     std::cerr << "zorvik_bench: " << error << std::endl;

@@ -10,9 +10,8 @@
 #include <thread>
 #include <vector>
 
-#include "ProcessProbe.h"
 #include "SceneDatabase.h"
-#include "SyslogCounter.h"
+#include "SyslogDrain.h"
 #include "TimerAccuracy.h"
 
 namespace zorvik {
@@ -23,7 +22,10 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kDaemonPort = 9096;
 constexpr int kEmptyServerPort = 9196;
-const char kStoreFile[] = "/SmartTask.db";
+const char kLoopback[] = "127.0.0.1";
+const char kStoreFile[] = "SmartTask.db";
+// The timer thread logs this once a pass.
+const char kTimerPassLine[] = "]process next event";
 const char kEmpty[] = "empty server";
 const char kCountRequest[] = "{\"command\":\"get_scene_count\"}";
 
@@ -46,7 +48,7 @@ double millisecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-double kibToMib(uint64_t kib) { return static_cast<double>(kib) / 1024; }
+double kibToMib(long kib) { return static_cast<double>(kib) / 1024; }
 
 double median(std::vector<double> values) {
   std::sort(values.begin(), values.end());
@@ -99,8 +101,7 @@ std::string mixedRequest(int caller, uint64_t n) {
 
 }  // namespace
 
-DaemonBench::DaemonBench(DaemonSandbox& sandbox, ResultTable& table)
-    : sandbox_(sandbox), table_(table) {}
+DaemonBench::DaemonBench(Sandbox& sandbox, ResultTable& table) : sandbox_(sandbox), table_(table) {}
 
 void DaemonBench::run() {
   measureStartup();
@@ -115,7 +116,7 @@ void DaemonBench::run() {
 }
 
 RequestLoad::Connector DaemonBench::connectorTo(int port) const {
-  return [this, port] { return sandbox_.connect(port); };
+  return [this, port] { return sandbox_.connectTo(kLoopback, port); };
 }
 
 // Milliseconds from `start` to the first answer on `port` (a failure when none comes).
@@ -128,9 +129,15 @@ double DaemonBench::millisecondsToFirstAnswer(Clock::time_point start, int port)
   return millisecondsSince(start);
 }
 
+DaemonProcess DaemonBench::findDaemon() {
+  const std::optional<DaemonProcess> daemon = DaemonProcess::find(sandbox_);
+  if (!daemon) ++failures_;
+  return daemon.value_or(DaemonProcess(kNoProcess));
+}
+
 void DaemonBench::fillStore(int scenes) const {
-  std::filesystem::remove(sandbox_.dataFolder() + kStoreFile);
-  if (scenes > 0) SceneDatabase::build(sandbox_.dataFolder() + kStoreFile, scenes);
+  std::filesystem::remove(sandbox_.dataFile(kStoreFile));
+  if (scenes > 0) SceneDatabase::build(sandbox_.dataFile(kStoreFile), scenes);
 }
 
 double DaemonBench::startEmptyServer() {
@@ -143,7 +150,7 @@ void DaemonBench::stopEmptyServer() {
   if (emptyServer_ <= 0) return;
   kill(emptyServer_, SIGKILL);
   waitpid(emptyServer_, nullptr, 0);
-  emptyServer_ = -1;
+  emptyServer_ = kNoProcess;
 }
 
 void DaemonBench::measureStartup() {
@@ -153,7 +160,7 @@ void DaemonBench::measureStartup() {
     if (repeat + 1 < kStartupRepeats) stopEmptyServer();
   }
   std::this_thread::sleep_for(kSettle);
-  emptyIdleKiB_ = ProcessProbe::residentKiB(emptyServer_);
+  emptyIdleKiB_ = DaemonProcess(emptyServer_).residentKiB();
   const double emptyStartup = median(emptyTimes);
 
   for (int scenes : kStartupScenes) {
@@ -162,11 +169,12 @@ void DaemonBench::measureStartup() {
       fillStore(scenes);
       const std::string name = "start-" + std::to_string(scenes) + "-" + std::to_string(repeat);
       const Clock::time_point start = Clock::now();
-      const pid_t pid = sandbox_.startDaemon(name);
+      sandbox_.startDaemon(name);
       times.push_back(millisecondsToFirstAnswer(start, kDaemonPort));
       if (scenes == 0 && repeat == 0) {
+        const DaemonProcess daemon = findDaemon();
         std::this_thread::sleep_for(kSettle);
-        table_.add({"resident memory, idle, 0 scenes", kibToMib(ProcessProbe::residentKiB(pid)),
+        table_.add({"resident memory, idle, 0 scenes", kibToMib(daemon.residentKiB()),
                     kibToMib(emptyIdleKiB_), "MiB", kEmpty});
       }
       sandbox_.stopDaemon(name);
@@ -178,10 +186,11 @@ void DaemonBench::measureStartup() {
 
 void DaemonBench::startMainDaemon() {
   fillStore(kRegistryScenes);
-  daemon_ = sandbox_.startDaemon("main");
+  sandbox_.startDaemon("main");
   millisecondsToFirstAnswer(Clock::now(), kDaemonPort);
+  daemon_ = findDaemon();
   std::this_thread::sleep_for(kSettle);
-  table_.add({"resident memory, idle, 1000 scenes", kibToMib(ProcessProbe::residentKiB(daemon_)),
+  table_.add({"resident memory, idle, 1000 scenes", kibToMib(daemon_.residentKiB()),
               kibToMib(emptyIdleKiB_), "MiB", kEmpty});
 }
 
@@ -221,7 +230,7 @@ void DaemonBench::measureStoring() {
       RequestLoad::run(connectorTo(kDaemonPort), plan, [](int, uint64_t n) {
         return storeRequest("scene_setting", static_cast<int>(n) + 1, false);
       });
-  const Samples bare = SceneDatabase::timeSingleInserts(sandbox_.scratchFolder(), kStoredScenes);
+  const Samples bare = SceneDatabase::timeSingleInserts(scratch_.path().string(), kStoredScenes);
   table_.add({"scene_setting: median latency", daemon.latencyUs.median(), bare.median(), "µs",
               "bare SQLite insert"});
   table_.add({"scene_setting: p99 latency", daemon.latencyUs.p99(), bare.p99(), "µs",
@@ -237,28 +246,28 @@ void DaemonBench::measureMixedLoad() {
   failures_ += RequestLoad::run(connectorTo(kDaemonPort), plan, mixedRequest).failed;
   failures_ += RequestLoad::run(connectorTo(kEmptyServerPort), plan, mixedRequest).failed;
   std::this_thread::sleep_for(kSettle);
-  table_.add({"resident memory after 10,000 mixed requests",
-              kibToMib(ProcessProbe::residentKiB(daemon_)),
-              kibToMib(ProcessProbe::residentKiB(emptyServer_)), "MiB", kEmpty});
+  table_.add({"resident memory after 10,000 mixed requests", kibToMib(daemon_.residentKiB()),
+              kibToMib(DaemonProcess(emptyServer_).residentKiB()), "MiB", kEmpty});
 }
 
 void DaemonBench::measureIdleWakeUps() {
   std::this_thread::sleep_for(kSettle);
-  const uint64_t daemonBefore = ProcessProbe::contextSwitches(daemon_);
-  const uint64_t emptyBefore = ProcessProbe::contextSwitches(emptyServer_);
-  const uint64_t passesBefore = sandbox_.syslog().timerPasses();
+  const DaemonProcess emptyServer(emptyServer_);
+  const long daemonBefore = daemon_.contextSwitches();
+  const long emptyBefore = emptyServer.contextSwitches();
+  const int passesBefore = sandbox_.syslog().count(kTimerPassLine);
   std::this_thread::sleep_for(kIdleWindow);
   const double seconds = std::chrono::duration<double>(kIdleWindow).count();
-  const double daemonRate = (ProcessProbe::contextSwitches(daemon_) - daemonBefore) / seconds;
-  const double emptyRate = (ProcessProbe::contextSwitches(emptyServer_) - emptyBefore) / seconds;
-  const double passRate = (sandbox_.syslog().timerPasses() - passesBefore) / seconds;
+  const double daemonRate = (daemon_.contextSwitches() - daemonBefore) / seconds;
+  const double emptyRate = (emptyServer.contextSwitches() - emptyBefore) / seconds;
+  const double passRate = (sandbox_.syslog().count(kTimerPassLine) - passesBefore) / seconds;
   table_.add({"idle wake-ups, all threads", daemonRate, emptyRate, "per s", kEmpty});
   table_.add(
       {"idle timer-thread passes (\"process next event\")", passRate, 0, "per s", "none expected"});
 }
 
 void DaemonBench::measureTimers() {
-  SyslogCounter log(sandbox_.scratchFolder() + "/timer-log.sock");
+  SyslogDrain log(scratch_.file("timer-log.sock"));
   struct TimerCase {
     const char* label;
     TimerAccuracy::Plan plan;
@@ -278,16 +287,16 @@ void DaemonBench::measureTimers() {
   }
 }
 
-double DaemonBench::strippedKiB(const std::string& binary, const std::string& scratch) {
-  const std::string copy = scratch + "/stripped";
+double DaemonBench::strippedKiB(const std::string& binary) const {
+  const std::string copy = scratch_.file("stripped");
   const std::string command = "strip --strip-all -o '" + copy + "' '" + binary + "'";
   if (std::system(command.c_str()) != 0) return 0;
   return static_cast<double>(std::filesystem::file_size(copy)) / 1024;
 }
 
 void DaemonBench::measureBinarySize() {
-  table_.add({"stripped binary size", strippedKiB(ZORVIK_BINARY, sandbox_.scratchFolder()),
-              strippedKiB(EMPTY_SERVER_BINARY, sandbox_.scratchFolder()), "KiB", kEmpty});
+  table_.add({"stripped binary size", strippedKiB(ZORVIK_BINARY), strippedKiB(EMPTY_SERVER_BINARY),
+              "KiB", kEmpty});
 }
 
 void DaemonBench::addMethodNotes(ResultTable& table) {

@@ -4,7 +4,8 @@
 // a scene against bare SQLite, resident memory after a mixed load, idle wake-ups, timer lateness
 // against a condition-variable loop, and the stripped binary against the empty server's.
 //
-// Ownership: borrows the sandbox and the table; owns the empty server process it starts.
+// Ownership: borrows the sandbox and the table; owns the empty server process it starts and a
+// scratch folder for the baselines' files.
 // Threading: one thread runs it (the request loads start their own callers).
 #ifndef ZORVIK_BENCH_DAEMONBENCH_H_
 #define ZORVIK_BENCH_DAEMONBENCH_H_
@@ -15,15 +16,17 @@
 #include <cstdint>
 #include <string>
 
-#include "DaemonSandbox.h"
+#include "DaemonProcess.h"
 #include "RequestLoad.h"
 #include "ResultTable.h"
+#include "Sandbox.h"
+#include "support/TempDir.h"
 
 namespace zorvik {
 
 class DaemonBench {
  public:
-  DaemonBench(DaemonSandbox& sandbox, ResultTable& table);
+  DaemonBench(Sandbox& sandbox, ResultTable& table);
 
   // Runs every measurement; the empty server is stopped at the end.
   void run();
@@ -34,10 +37,15 @@ class DaemonBench {
 
  private:
   using Clock = std::chrono::steady_clock;
+  // A pid no process has; a DaemonProcess of it reads as gone.
+  static constexpr pid_t kNoProcess = -1;
 
   RequestLoad::Connector connectorTo(int port) const;
   // Milliseconds from `start` to the first answer on `port` (a failure when none comes).
   double millisecondsToFirstAnswer(Clock::time_point start, int port);
+  // The serving daemon seen from the host; when it cannot be found, a failure and a process that
+  // reads as gone.
+  DaemonProcess findDaemon();
   void fillStore(int scenes) const;
   double startEmptyServer();
   void stopEmptyServer();
@@ -51,14 +59,15 @@ class DaemonBench {
   void measureMixedLoad();
   void measureIdleWakeUps();
   void measureTimers();
-  static double strippedKiB(const std::string& binary, const std::string& scratch);
+  double strippedKiB(const std::string& binary) const;
   void measureBinarySize();
 
-  DaemonSandbox& sandbox_;
+  Sandbox& sandbox_;
   ResultTable& table_;
-  pid_t daemon_ = -1;
-  pid_t emptyServer_ = -1;
-  uint64_t emptyIdleKiB_ = 0;
+  TempDir scratch_;  // bare SQLite's files, stripped copies, the timer log's socket
+  DaemonProcess daemon_{kNoProcess};  // the instance that serves the request loads, once found
+  pid_t emptyServer_ = kNoProcess;
+  long emptyIdleKiB_ = 0;
   uint64_t failures_ = 0;
 };
 

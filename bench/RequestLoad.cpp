@@ -1,9 +1,6 @@
 #include "RequestLoad.h"
 
 #include <thrift/Thrift.h>
-#include <thrift/protocol/TBinaryProtocol.h>
-#include <thrift/transport/TBufferTransports.h>
-#include <thrift/transport/TSocket.h>
 
 #include <atomic>
 #include <memory>
@@ -11,27 +8,18 @@
 #include <thread>
 #include <vector>
 
-#include "Zorvik.h"
+#include "ServiceConnection.h"
 
 namespace zorvik {
 namespace {
 
 using apache::thrift::TException;
-using apache::thrift::protocol::TBinaryProtocol;
-using apache::thrift::transport::TFramedTransport;
-using apache::thrift::transport::TSocket;
 using Clock = std::chrono::steady_clock;
 
-// A reply slower than this counts as a failed call.
-constexpr int kReplyTimeoutMs = 30000;
-
-// One caller's connection; null when the socket could not be opened.
-std::unique_ptr<ZorvikClient> clientOn(int socket) {
-  if (socket < 0) return nullptr;
-  auto transport = std::make_shared<TSocket>(socket);
-  transport->setRecvTimeout(kReplyTimeoutMs);
-  auto framed = std::make_shared<TFramedTransport>(transport);
-  return std::make_unique<ZorvikClient>(std::make_shared<TBinaryProtocol>(framed));
+// One caller's connection (a reply slower than its timeout counts as a failed call); null when
+// the socket could not be opened.
+std::unique_ptr<ServiceConnection> clientOn(int socket) {
+  return socket < 0 ? nullptr : std::make_unique<ServiceConnection>(socket);
 }
 
 double microsecondsSince(Clock::time_point start) {
@@ -57,15 +45,13 @@ RequestLoad::Result RequestLoad::run(const Connector& connect, const Plan& plan,
   Result result;  // guarded by resultMutex while the callers run
 
   auto caller = [&](int index) {
-    std::unique_ptr<ZorvikClient> client = clientOn(connect());
+    std::unique_ptr<ServiceConnection> client = clientOn(connect());
     Samples mine;
     uint64_t failed = client ? 0 : 1;
     uint64_t n = 0;
-    std::string reply;
     try {
-      for (; client && n < static_cast<uint64_t>(plan.warmUp); ++n) {
-        client->request(reply, request(index, n));
-      }
+      for (; client && n < static_cast<uint64_t>(plan.warmUp); ++n)
+        client->request(request(index, n));
     } catch (const TException&) {
       ++failed;
       client.reset();
@@ -78,7 +64,7 @@ RequestLoad::Result RequestLoad::run(const Connector& connect, const Plan& plan,
       }
       const Clock::time_point sent = Clock::now();
       try {
-        client->request(reply, request(index, n++));
+        client->request(request(index, n++));
         mine.add(microsecondsSince(sent));
       } catch (const TException&) {
         ++failed;
@@ -103,12 +89,10 @@ RequestLoad::Result RequestLoad::run(const Connector& connect, const Plan& plan,
 }
 
 std::optional<std::string> RequestLoad::once(const Connector& connect, const std::string& request) {
-  std::unique_ptr<ZorvikClient> client = clientOn(connect());
+  std::unique_ptr<ServiceConnection> client = clientOn(connect());
   if (!client) return std::nullopt;
   try {
-    std::string reply;
-    client->request(reply, request);
-    return reply;
+    return client->request(request);
   } catch (const TException&) {
     return std::nullopt;
   }

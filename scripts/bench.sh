@@ -11,7 +11,7 @@ if [ "$(id -u)" -ne 0 ]; then
   echo "bench: needs root (the daemon runs in namespaces of its own)" >&2
   exit 1
 fi
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DZORVIK_BENCH=ON -DZORVIK_BUILD_TESTS=OFF \
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DZORVIK_BENCH=ON -DZORVIK_BUILD_TESTS=ON \
   >/dev/null
 cmake --build "$build" -j "$(nproc)" --target zorvik_bench
 "$build/bench/zorvik_bench" --output bench/RESULTS.md --command "make bench"

@@ -246,14 +246,24 @@ int Sandbox::connectTo(const std::string& address, int port) const {
   return connection;
 }
 
+std::vector<std::string> Sandbox::inNetwork(const std::vector<std::string>& arguments) const {
+  // Entering only a network namespace, nsenter runs the program in its own place (no fork), so
+  // its pid is the program's.
+  std::vector<std::string> command = {"nsenter", "-t", std::to_string(unshare_), "-n", "--"};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  return command;
+}
+
 int Sandbox::runInNetwork(const std::vector<std::string>& arguments, std::string& output) const {
   TempDir scratch;
   const std::string outputFile = scratch.file("output");
-  std::vector<std::string> command = {"nsenter", "-t", std::to_string(unshare_), "-n", "--"};
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  const int status = run(command, outputFile);
+  const int status = run(inNetwork(arguments), outputFile);
   output = readFile(outputFile);
   return status;
+}
+
+pid_t Sandbox::spawnInNetwork(const std::vector<std::string>& arguments) const {
+  return spawn(inNetwork(arguments), stateFile("programs.log"));
 }
 
 std::vector<StubCall> Sandbox::calls() const {

@@ -62,6 +62,10 @@ class Sandbox {
   // Runs a program inside the sandbox's network only (nsenter), with its standard output and
   // error in `output`; returns its exit status.
   int runInNetwork(const std::vector<std::string>& arguments, std::string& output) const;
+  // Starts a program (absolute path) inside the sandbox's network only and returns its host pid,
+  // or -1; its standard output and error go to the state folder's "programs.log". The program
+  // belongs to the caller, who ends and reaps it: it is not inside the sandbox's pid namespace.
+  pid_t spawnInNetwork(const std::vector<std::string>& arguments) const;
 
   std::vector<StubCall> calls() const;
   // calls.log as it stands, for failure messages.
@@ -79,6 +83,8 @@ class Sandbox {
 
  private:
   void control(const std::string& line) const;
+  // `arguments` run by nsenter in the sandbox's network namespace.
+  std::vector<std::string> inNetwork(const std::vector<std::string>& arguments) const;
 
   TempDir state_;
   std::unique_ptr<SyslogDrain> syslog_;

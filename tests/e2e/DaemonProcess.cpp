@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -45,9 +46,10 @@ std::string firstLineOf(const std::string& path) {
   return line;
 }
 
-// The value of one "Key:\tvalue" line of /proc/<pid>/status; empty when absent.
-std::string statusField(pid_t pid, const std::string& key) {
-  std::ifstream in(procFile(pid, "status"));
+// The value of one "Key:\tvalue" line of a status file (/proc/<pid>/status, or a thread's
+// /proc/<pid>/task/<tid>/status); empty when absent.
+std::string statusField(const std::string& statusFile, const std::string& key) {
+  std::ifstream in(statusFile);
   std::string line;
   while (std::getline(in, line)) {
     if (line.rfind(key + ":", 0) == 0) return line.substr(key.size() + 1);
@@ -55,9 +57,15 @@ std::string statusField(pid_t pid, const std::string& key) {
   return "";
 }
 
+// The number at the start of a status value; -1 when the value is absent.
+long numberField(const std::string& statusFile, const std::string& key) {
+  const std::string value = statusField(statusFile, key);
+  return value.empty() ? -1 : std::stol(value);
+}
+
 bool isLiveDaemon(pid_t pid) {
   if (firstLineOf(procFile(pid, "comm")) != kDaemonName) return false;
-  const std::string state = statusField(pid, "State");
+  const std::string state = statusField(procFile(pid, "status"), "State");
   return state.find('Z') == std::string::npos && state.find('X') == std::string::npos;
 }
 
@@ -76,14 +84,22 @@ std::optional<DaemonProcess> DaemonProcess::find(const Sandbox& sandbox) {
   return std::nullopt;
 }
 
-long DaemonProcess::residentKiB() const {
-  const std::string value = statusField(pid_, "VmRSS");
-  return value.empty() ? -1 : std::stol(value);
-}
+long DaemonProcess::residentKiB() const { return numberField(procFile(pid_, "status"), "VmRSS"); }
 
 long DaemonProcess::peakResidentKiB() const {
-  const std::string value = statusField(pid_, "VmHWM");
-  return value.empty() ? -1 : std::stol(value);
+  return numberField(procFile(pid_, "status"), "VmHWM");
+}
+
+long DaemonProcess::contextSwitches() const {
+  std::error_code error;
+  long switches = 0;
+  for (std::filesystem::directory_iterator it(procFile(pid_, "task"), error), end;
+       !error && it != end; it.increment(error)) {
+    const std::string status = (it->path() / "status").string();
+    switches += std::max(0L, numberField(status, "voluntary_ctxt_switches")) +
+                std::max(0L, numberField(status, "nonvoluntary_ctxt_switches"));
+  }
+  return error ? -1 : switches;
 }
 
 long DaemonProcess::openDescriptors() const {
