@@ -122,10 +122,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using zorvik::FuzzEnvironment;
   FuzzEnvironment::get();
   const std::vector<std::string> fields = FuzzEnvironment::splitLines(data, size);
-  const std::string none;
-  zorvik::useZone(FuzzEnvironment::field(fields, 3, none));
-  const auto now = zorvik::localNowOf(FuzzEnvironment::field(fields, 1, none),
-                                      FuzzEnvironment::field(fields, 2, none));
+  zorvik::useZone(FuzzEnvironment::field(fields, 3));
+  const auto now =
+      zorvik::localNowOf(FuzzEnvironment::field(fields, 1), FuzzEnvironment::field(fields, 2));
 
   zorvik::FuzzAlarm alarm;
   alarm.setAlarmText(fields[0]);

@@ -72,9 +72,9 @@ std::vector<std::string> FuzzEnvironment::splitLines(const uint8_t* data, size_t
   return fields;
 }
 
-const std::string& FuzzEnvironment::field(const std::vector<std::string>& fields, size_t index,
-                                          const std::string& fallback) {
-  return index < fields.size() ? fields[index] : fallback;
+const std::string& FuzzEnvironment::field(const std::vector<std::string>& fields, size_t index) {
+  static const std::string absent;
+  return index < fields.size() ? fields[index] : absent;
 }
 
 int FuzzEnvironment::threadCount() {

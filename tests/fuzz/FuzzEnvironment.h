@@ -29,9 +29,8 @@ class FuzzEnvironment {
 
   // The input cut at every line feed; a trailing line feed yields a last empty field.
   static std::vector<std::string> splitLines(const uint8_t* data, size_t size);
-  // Field `index`, or `fallback` when the input has fewer fields.
-  static const std::string& field(const std::vector<std::string>& fields, size_t index,
-                                  const std::string& fallback);
+  // Field `index`, or an empty text when the input has fewer fields.
+  static const std::string& field(const std::vector<std::string>& fields, size_t index);
 
   // The number of threads of this process.
   static int threadCount();

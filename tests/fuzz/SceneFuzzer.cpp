@@ -84,13 +84,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzEnvironment::get();
   const std::vector<std::string> fields = FuzzEnvironment::splitLines(data, size);
   const std::string none;
-  const std::string& presence = FuzzEnvironment::field(fields, 3, none);
-  const std::string& tick = FuzzEnvironment::field(fields, 4, none);
+  const std::string& presence = FuzzEnvironment::field(fields, 3);
+  const std::string& tick = FuzzEnvironment::field(fields, 4);
   const int64_t nowSeconds =
-      zorvik::numberOf(FuzzEnvironment::field(fields, 5, none)) % zorvik::kLargestSeconds;
+      zorvik::numberOf(FuzzEnvironment::field(fields, 5)) % zorvik::kLargestSeconds;
 
-  auto scene = std::make_shared<zorvik::Scene>(1, FuzzEnvironment::field(fields, 2, none),
-                                               fields[0], FuzzEnvironment::field(fields, 1, none));
+  auto scene = std::make_shared<zorvik::Scene>(1, FuzzEnvironment::field(fields, 2), fields[0],
+                                               FuzzEnvironment::field(fields, 1));
   scene->clearActions();
   scene->parseActions();
   zorvik::checkReplies(*scene, nowSeconds);
@@ -109,7 +109,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                           nowSeconds);
     FuzzEnvironment::waitForThreads(threads);
   }
-  scene->setLaunchJson(FuzzEnvironment::field(fields, 1, none));
+  scene->setLaunchJson(FuzzEnvironment::field(fields, 1));
   scene->clearAlarm();
   zorvik::checkReplies(*scene, nowSeconds);
   return 0;
