@@ -216,13 +216,15 @@ bool Sandbox::waitUntilServing(milliseconds timeout) const {
   });
 }
 
+bool Sandbox::enterNetwork() const { return setns(network_, CLONE_NEWNET) == 0; }
+
 int Sandbox::connectTo(const std::string& address, int port) const {
   // A socket belongs to the network namespace it was created in, whichever thread uses it later:
   // a short-lived thread enters the sandbox's namespace just to create it.
   int connection = -1;
   int error = 0;
   std::thread([&] {
-    if (setns(network_, CLONE_NEWNET) != 0) {
+    if (!enterNetwork()) {
       error = errno;
       return;
     }

@@ -59,6 +59,9 @@ class Sandbox {
 
   // A TCP connection from inside the sandbox's network to address:port; -1 (errno set) if none.
   int connectTo(const std::string& address, int port) const;
+  // Moves the calling thread into the sandbox's network namespace: sockets it creates from then
+  // on live there. False (errno set) when it cannot.
+  bool enterNetwork() const;
   // Runs a program inside the sandbox's network only (nsenter), with its standard output and
   // error in `output`; returns its exit status.
   int runInNetwork(const std::vector<std::string>& arguments, std::string& output) const;
