@@ -1,0 +1,31 @@
+// ServiceServer: builds the non-blocking Thrift server of the Zorvik service with the daemon's
+// settings: one I/O thread (the one that calls serve()), three worker threads with an unbounded
+// queue, framed transport, binary protocol (strict read off, strict write on), listening on
+// 127.0.0.1 only, with frames, strings and connections bounded for a small router.
+//
+// Ownership: the returned server owns the handler, the processor, the socket and the workers.
+#ifndef ZORVIK_SERVER_SERVICESERVER_H_
+#define ZORVIK_SERVER_SERVICESERVER_H_
+
+#include <thrift/server/TNonblockingServer.h>
+
+#include <memory>
+
+#include "Zorvik.h"
+
+namespace zorvik {
+
+class ServiceServer {
+ public:
+  // Loopback only: the service is for processes on the router itself.
+  static constexpr const char* kListenAddress = "127.0.0.1";
+  static constexpr int kListenPort = 9096;
+
+  // The server for `handler` on kListenAddress:`port`; it binds when serve() is called.
+  static std::unique_ptr<apache::thrift::server::TNonblockingServer> build(
+      std::shared_ptr<ZorvikIf> handler, int port = kListenPort);
+};
+
+}  // namespace zorvik
+
+#endif  // ZORVIK_SERVER_SERVICESERVER_H_
