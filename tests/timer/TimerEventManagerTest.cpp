@@ -19,6 +19,11 @@ using TimeValue = TimerEventManager::TimeValue;
 
 constexpr milliseconds kPatience(5000);
 
+void expectTime(const TimeValue& actual, int64_t seconds, int64_t microseconds) {
+  EXPECT_EQ(actual.seconds, seconds);
+  EXPECT_EQ(actual.microseconds, microseconds);
+}
+
 // A settable wall clock for a manager.
 class FakeClock {
  public:
@@ -72,7 +77,7 @@ class PassLoop {
 
 class TimerEventManagerTest : public ::testing::Test {
  protected:
-  TimerEventManagerTest() : manager_(clock_.function()) {}
+  TimerEventManagerTest() : manager_(clock_.function()) { clock_.set(100, 0); }
 
   std::shared_ptr<TimerProbe> probe(const std::string& name,
                                     TimerProbe::Hook hook = TimerProbe::Hook()) {
@@ -87,50 +92,48 @@ class TimerEventManagerTest : public ::testing::Test {
 
   std::vector<std::string> fired() const { return events_.names(); }
 
+  // Runs one pass on another thread and returns once that pass sits in select().
+  std::thread passBlockedInSelect() {
+    std::thread pass([this] { manager_.processNextEvent(); });
+    EXPECT_TRUE(waitUntilInSelect(manager_));
+    return pass;
+  }
+
   LogCapture logs_;
   EventLog events_;
   FakeClock clock_;
   TimerEventManager manager_;
+  std::shared_ptr<TimerProbe> a_ = probe("a");
+  std::shared_ptr<TimerProbe> b_ = probe("b");
+  std::shared_ptr<TimerProbe> c_ = probe("c");
 };
 
 // ---------------------------------------------------------------------------------------------
 // Timer ids
 
 TEST_F(TimerEventManagerTest, IdsStartAtOneFollowTheLargestAndRestartWhenTheListEmpties) {
-  clock_.set(100, 0);
-  auto a = probe("a");
-  EXPECT_EQ(manager_.addTimer(1000, a.get()), 1);
-  EXPECT_EQ(manager_.addTimer(1000, a.get()), 2);
-  EXPECT_EQ(manager_.addTimer(1000, a.get()), 3);
+  EXPECT_EQ(manager_.addTimer(1000, a_.get()), 1);
+  EXPECT_EQ(manager_.addTimer(1000, a_.get()), 2);
+  EXPECT_EQ(manager_.addTimer(1000, a_.get()), 3);
   manager_.killTimer(2);
-  EXPECT_EQ(manager_.addTimer(1000, a.get()), 4);  // 1 and 3 pending
+  EXPECT_EQ(manager_.addTimer(1000, a_.get()), 4);  // 1 and 3 pending
   manager_.killTimer(1);
   manager_.killTimer(3);
   manager_.killTimer(4);
   EXPECT_TRUE(manager_.pendingTimers().empty());
-  EXPECT_EQ(manager_.addTimer(1000, a.get()), 1);
-}
-
-TEST_F(TimerEventManagerTest, FiredTimersFreeTheirIdsForReuse) {
-  clock_.set(100, 0);
-  auto a = probe("a");
-  EXPECT_EQ(manager_.addTimer(-1, a.get()), 1);
-  manager_.activateTimers();
+  EXPECT_EQ(manager_.addTimer(-1, a_.get()), 1);
+  manager_.activateTimers();  // a fired timer frees its id too
   EXPECT_EQ(fired(), std::vector<std::string>{"a"});
-  EXPECT_EQ(manager_.addTimer(-1, a.get()), 1);
+  EXPECT_EQ(manager_.addTimer(-1, a_.get()), 1);
 }
 
 // ---------------------------------------------------------------------------------------------
 // The sorted list and the arithmetic of expiries
 
 TEST_F(TimerEventManagerTest, ListIsSortedByExpiryAndFiresOneTimerPerPass) {
-  clock_.set(100, 0);
-  auto a = probe("a");
-  auto b = probe("b");
-  auto c = probe("c");
-  manager_.addTimer(300, a.get());
-  manager_.addTimer(100, b.get());
-  manager_.addTimer(200, c.get());
+  manager_.addTimer(300, a_.get());
+  manager_.addTimer(100, b_.get());
+  manager_.addTimer(200, c_.get());
   EXPECT_EQ(pendingIds(), (std::vector<int32_t>{2, 3, 1}));
 
   clock_.set(101, 0);
@@ -143,14 +146,10 @@ TEST_F(TimerEventManagerTest, ListIsSortedByExpiryAndFiresOneTimerPerPass) {
 }
 
 TEST_F(TimerEventManagerTest, EqualExpiriesFireInRegistrationOrderInSuccessivePasses) {
-  clock_.set(100, 0);
-  auto a = probe("a");
-  auto b = probe("b");
-  auto c = probe("c");
-  manager_.addTimer(500, b.get());
-  manager_.addTimer(500, a.get());
-  manager_.addTimer(100, c.get());
-  manager_.addTimer(500, c.get());
+  manager_.addTimer(500, b_.get());
+  manager_.addTimer(500, a_.get());
+  manager_.addTimer(100, c_.get());
+  manager_.addTimer(500, c_.get());
   EXPECT_EQ(pendingIds(), (std::vector<int32_t>{3, 1, 2, 4}));
 
   clock_.set(100, 600000);
@@ -163,64 +162,57 @@ TEST_F(TimerEventManagerTest, EqualExpiriesFireInRegistrationOrderInSuccessivePa
 
 TEST_F(TimerEventManagerTest, IntervalIsSplitBySignedDivisionAndExpiryIsNotCarried) {
   clock_.set(100, 600000);
-  auto a = probe("a");
-  manager_.addTimer(1500, a.get());
-  manager_.addTimer(-1500, a.get());
+  manager_.addTimer(1500, a_.get());
+  manager_.addTimer(-1500, a_.get());
   const auto timers = manager_.pendingTimers();
   ASSERT_EQ(timers.size(), 2u);
   // The past timer sorts first.
-  EXPECT_EQ(timers[0].interval.seconds, -1);
-  EXPECT_EQ(timers[0].interval.microseconds, -500000);
-  EXPECT_EQ(timers[0].expiry.seconds, 99);
-  EXPECT_EQ(timers[0].expiry.microseconds, 100000);
-  EXPECT_EQ(timers[1].interval.seconds, 1);
-  EXPECT_EQ(timers[1].interval.microseconds, 500000);
-  EXPECT_EQ(timers[1].expiry.seconds, 101);
-  EXPECT_EQ(timers[1].expiry.microseconds, 1100000);
-  EXPECT_EQ(timers[1].receiverIdentity, a.get());
+  expectTime(timers[0].interval, -1, -500000);
+  expectTime(timers[0].expiry, 99, 100000);
+  expectTime(timers[1].interval, 1, 500000);
+  expectTime(timers[1].expiry, 101, 1100000);
+  EXPECT_EQ(timers[1].receiverIdentity, a_.get());
 }
 
 TEST_F(TimerEventManagerTest, NegativeIntervalFiresOnTheNextPass) {
-  clock_.set(100, 0);
-  auto a = probe("a");
-  manager_.addTimer(-2000, a.get());
+  manager_.addTimer(-2000, a_.get());
   manager_.processNextEvent();
   EXPECT_EQ(fired(), std::vector<std::string>{"a"});
   EXPECT_TRUE(logs_.contains("timer has expired, execute it right now"));
 }
 
 TEST_F(TimerEventManagerTest, CompareTimeCarriesOnlyAboveOneMillionMicroseconds) {
-  // Exactly 1000000 microseconds stays in the microseconds: (1, 1000000) is before (2, 0).
-  EXPECT_EQ(TimerEventManager::compareTime(1, 1000000, 2, 0), -1);
-  EXPECT_EQ(TimerEventManager::compareTime(2, 0, 1, 1000000), 1);
-  // One more is carried: (1, 1000001) is (2, 1).
-  EXPECT_EQ(TimerEventManager::compareTime(1, 1000001, 2, 0), 1);
-  EXPECT_EQ(TimerEventManager::compareTime(1, 1000001, 2, 1), 0);
-  EXPECT_EQ(TimerEventManager::compareTime(1, 1998999, 2, 998999), 0);
-  EXPECT_EQ(TimerEventManager::compareTime(5, 10, 5, 10), 0);
-  EXPECT_EQ(TimerEventManager::compareTime(5, 9, 5, 10), -1);
-  EXPECT_EQ(TimerEventManager::compareTime(-1, 0, 0, 0), -1);
+  // Exactly 1000000 microseconds stays in the microseconds: (1, 1000000) is before (2, 0);
+  // one more is carried: (1, 1000001) is (2, 1).
+  const struct {
+    int64_t s1, us1, s2, us2;
+    int expected;
+  } cases[] = {{1, 1000000, 2, 0, -1}, {2, 0, 1, 1000000, 1},      {1, 1000001, 2, 0, 1},
+               {1, 1000001, 2, 1, 0},  {1, 1998999, 2, 998999, 0}, {5, 10, 5, 10, 0},
+               {5, 9, 5, 10, -1},      {-1, 0, 0, 0, -1}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(TimerEventManager::compareTime(c.s1, c.us1, c.s2, c.us2), c.expected)
+        << "(" << c.s1 << ", " << c.us1 << ") vs (" << c.s2 << ", " << c.us2 << ")";
+  }
 }
 
 TEST_F(TimerEventManagerTest, CurrentTimeBringsMicrosecondsIntoRange) {
-  clock_.set(100, 2500000);
-  EXPECT_EQ(manager_.currentTime().seconds, 102);
-  EXPECT_EQ(manager_.currentTime().microseconds, 500000);
-  clock_.set(100, -1);
-  EXPECT_EQ(manager_.currentTime().seconds, 99);
-  EXPECT_EQ(manager_.currentTime().microseconds, 999999);
-  clock_.set(0, -5);  // never below 0 seconds
-  EXPECT_EQ(manager_.currentTime().seconds, 0);
-  EXPECT_EQ(manager_.currentTime().microseconds, -5);
+  // (0, -5) stays as it is: never below 0 seconds.
+  const struct {
+    TimeValue clock, expected;
+  } cases[] = {{{100, 2500000}, {102, 500000}}, {{100, -1}, {99, 999999}}, {{0, -5}, {0, -5}}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::to_string(c.clock.seconds) + ", " + std::to_string(c.clock.microseconds));
+    clock_.set(c.clock.seconds, c.clock.microseconds);
+    expectTime(manager_.currentTime(), c.expected.seconds, c.expected.microseconds);
+  }
 }
 
 // ---------------------------------------------------------------------------------------------
 // One pass
 
 TEST_F(TimerEventManagerTest, PassWithDueTimerLogsEachStepInOrder) {
-  clock_.set(100, 0);
-  auto a = probe("a");
-  manager_.addTimer(100, a.get());
+  manager_.addTimer(100, a_.get());
   clock_.set(101, 0);
   logs_.clear();
   manager_.processNextEvent();
@@ -240,9 +232,7 @@ TEST_F(TimerEventManagerTest, PassWithDueTimerLogsEachStepInOrder) {
 }
 
 TEST_F(TimerEventManagerTest, TimeoutBorrowsASecondForNegativeMicroseconds) {
-  clock_.set(100, 0);
-  auto a = probe("a");
-  manager_.addTimer(1100, a.get());  // expiry (101, 100000)
+  manager_.addTimer(1100, a_.get());  // expiry (101, 100000)
   clock_.set(100, 950000);
   const auto start = steady_clock::now();
   manager_.processNextEvent();
@@ -256,8 +246,7 @@ TEST_F(TimerEventManagerTest, TimeoutBorrowsASecondForNegativeMicroseconds) {
 
 TEST_F(TimerEventManagerTest, NegativeTimeoutFailsSelectAndTheTimerFiresInALaterPass) {
   clock_.set(100, 600000);
-  auto a = probe("a");
-  manager_.addTimer(1500, a.get());  // expiry (101, 1100000), due at (102, 100000)
+  manager_.addTimer(1500, a_.get());  // expiry (101, 1100000), due at (102, 100000)
   clock_.set(102, 50000);
   manager_.processNextEvent();
   EXPECT_TRUE(logs_.contains("before select, timeval.sec=-1, usec=1050000"));
@@ -277,9 +266,7 @@ TEST_F(TimerEventManagerTest, NegativeTimeoutFailsSelectAndTheTimerFiresInALater
 }
 
 TEST_F(TimerEventManagerTest, ActivateTimersLeavesATimerThatIsNotDue) {
-  clock_.set(100, 0);
-  auto a = probe("a");
-  manager_.addTimer(1000, a.get());
+  manager_.addTimer(1000, a_.get());
   manager_.activateTimers();
   EXPECT_TRUE(fired().empty());
   EXPECT_EQ(manager_.pendingTimers().size(), 1u);
@@ -292,11 +279,8 @@ TEST_F(TimerEventManagerTest, ActivateTimersLeavesATimerThatIsNotDue) {
 // Wake-ups of a thread blocked in select()
 
 TEST_F(TimerEventManagerTest, AddTimerWakesAThreadBlockedWithoutTimeout) {
-  clock_.set(100, 0);
-  auto a = probe("a");
-  std::thread pass([this] { manager_.processNextEvent(); });
-  ASSERT_TRUE(waitUntilInSelect(manager_));
-  manager_.addTimer(60000, a.get());
+  std::thread pass = passBlockedInSelect();
+  manager_.addTimer(60000, a_.get());
   pass.join();
   EXPECT_TRUE(logs_.contains("before select, timeval is NULL"));
   EXPECT_TRUE(logs_.contains("select right event coming"));
@@ -304,11 +288,8 @@ TEST_F(TimerEventManagerTest, AddTimerWakesAThreadBlockedWithoutTimeout) {
 }
 
 TEST_F(TimerEventManagerTest, KillTimerWakesAThreadWaitingForThatTimer) {
-  clock_.set(100, 0);
-  auto a = probe("a");
-  const int32_t id = manager_.addTimer(60000, a.get());
-  std::thread pass([this] { manager_.processNextEvent(); });
-  ASSERT_TRUE(waitUntilInSelect(manager_));
+  const int32_t id = manager_.addTimer(60000, a_.get());
+  std::thread pass = passBlockedInSelect();
   manager_.killTimer(id);
   pass.join();
   EXPECT_TRUE(logs_.contains("before select, timeval.sec=60, usec=0"));
@@ -317,11 +298,8 @@ TEST_F(TimerEventManagerTest, KillTimerWakesAThreadWaitingForThatTimer) {
 }
 
 TEST_F(TimerEventManagerTest, KillOfAnUnknownIdChangesNothingAndDoesNotWake) {
-  clock_.set(100, 0);
-  auto a = probe("a");
-  manager_.addTimer(60000, a.get());
-  std::thread pass([this] { manager_.processNextEvent(); });
-  ASSERT_TRUE(waitUntilInSelect(manager_));
+  manager_.addTimer(60000, a_.get());
+  std::thread pass = passBlockedInSelect();
   manager_.killTimer(7);
   manager_.killTimer(1, nullptr);
   manager_.killReceiverTimers(nullptr);
@@ -334,10 +312,8 @@ TEST_F(TimerEventManagerTest, KillOfAnUnknownIdChangesNothingAndDoesNotWake) {
 }
 
 TEST_F(TimerEventManagerTest, NoWakeUpIsWrittenWhileTheThreadIsOutsideSelect) {
-  clock_.set(100, 0);
-  auto a = probe("a");
-  manager_.addTimer(-1, a.get());
-  manager_.addTimer(-1, a.get());
+  manager_.addTimer(-1, a_.get());
+  manager_.addTimer(-1, a_.get());
   manager_.killTimer(2);
   // A byte in the pipe would make select() report the pipe instead of timing out.
   manager_.processNextEvent();
@@ -350,12 +326,11 @@ TEST_F(TimerEventManagerTest, NoWakeUpIsWrittenWhileTheThreadIsOutsideSelect) {
 // Receivers
 
 TEST_F(TimerEventManagerTest, ReceiverArmsANewTimerFromInsideTimerEvent) {
-  clock_.set(100, 0);
   int rearms = 1;
-  auto a = probe("a", [this, &rearms](TimerProbe& self) {
+  auto rearming = probe("a", [this, &rearms](TimerProbe& self) {
     if (rearms-- > 0) manager_.addTimer(-1, &self);
   });
-  manager_.addTimer(0, a.get());
+  manager_.addTimer(0, rearming.get());
   manager_.processNextEvent();
   EXPECT_EQ(fired(), std::vector<std::string>{"a"});
   ASSERT_EQ(manager_.pendingTimers().size(), 1u);
@@ -370,70 +345,53 @@ TEST_F(TimerEventManagerTest, TimerEventRunsWithoutTheManagerLock) {
   TimerEventManager manager;  // real clock
   std::mutex sceneLock;
   std::atomic<bool> inHandler{false};
-  auto a = probe("a", [&](TimerProbe&) {
+  auto blocking = probe("a", [&](TimerProbe&) {
     inHandler.store(true);
     std::lock_guard<std::mutex> lock(sceneLock);
   });
-  auto b = probe("b");
   PassLoop loop(manager);
   {
     std::lock_guard<std::mutex> lock(sceneLock);
-    manager.addTimer(0, a.get());
+    manager.addTimer(0, blocking.get());
     const auto deadline = steady_clock::now() + kPatience;
     while (!inHandler.load() && steady_clock::now() < deadline) {
       std::this_thread::sleep_for(milliseconds(1));
     }
     ASSERT_TRUE(inHandler.load());
-    manager.addTimer(0, b.get());
+    manager.addTimer(0, b_.get());
   }
   ASSERT_TRUE(events_.waitForCount(2, kPatience));
   EXPECT_EQ(fired(), (std::vector<std::string>{"a", "b"}));
 }
 
 TEST_F(TimerEventManagerTest, StaleIdOfOneReceiverDoesNotCancelAnotherReceiversTimer) {
-  clock_.set(100, 0);
-  auto a = probe("a");
-  auto b = probe("b");
-  const int32_t staleId = manager_.addTimer(-1, a.get());
+  const int32_t staleId = manager_.addTimer(-1, a_.get());
   manager_.activateTimers();
-  const int32_t idOfB = manager_.addTimer(1000, b.get());
+  const int32_t idOfB = manager_.addTimer(1000, b_.get());
   ASSERT_EQ(staleId, idOfB);  // the id was handed out again
 
-  manager_.killTimer(staleId, a.get());
+  manager_.killTimer(staleId, a_.get());
   EXPECT_EQ(pendingIds(), std::vector<int32_t>{idOfB});
-  manager_.killTimer(idOfB, b.get());
+  manager_.killTimer(idOfB, b_.get());
   EXPECT_TRUE(manager_.pendingTimers().empty());
 }
 
-TEST_F(TimerEventManagerTest, KillTimerByIdAloneRemovesWhicheverTimerHasIt) {
-  clock_.set(100, 0);
-  auto a = probe("a");
-  auto b = probe("b");
-  manager_.addTimer(1000, a.get());
-  manager_.addTimer(1000, b.get());
+TEST_F(TimerEventManagerTest, KillByIdAloneOrByReceiverRemovesWhicheverTimersMatch) {
+  manager_.addTimer(100, a_.get());
+  manager_.addTimer(200, b_.get());
+  manager_.addTimer(300, a_.get());
+  manager_.addTimer(400, b_.get());
   manager_.killTimer(2);
-  ASSERT_EQ(manager_.pendingTimers().size(), 1u);
-  EXPECT_EQ(manager_.pendingTimers()[0].receiverIdentity, a.get());
-}
-
-TEST_F(TimerEventManagerTest, KillReceiverTimersRemovesEveryTimerOfThatReceiver) {
-  clock_.set(100, 0);
-  auto a = probe("a");
-  auto b = probe("b");
-  manager_.addTimer(100, a.get());
-  manager_.addTimer(200, b.get());
-  manager_.addTimer(300, a.get());
-  manager_.killReceiverTimers(a.get());
-  EXPECT_EQ(pendingIds(), std::vector<int32_t>{2});
+  ASSERT_EQ(manager_.pendingTimers().size(), 3u);
+  EXPECT_EQ(manager_.pendingTimers()[0].receiverIdentity, a_.get());
+  manager_.killReceiverTimers(a_.get());
+  EXPECT_EQ(pendingIds(), std::vector<int32_t>{4});
 }
 
 TEST_F(TimerEventManagerTest, ReceiverDestroyedBeforeExpiryGetsNoEvent) {
-  clock_.set(100, 0);
-  auto a = probe("a");
-  auto b = probe("b");
-  manager_.addTimer(-1, a.get());
-  manager_.addTimer(-1, b.get());
-  a.reset();
+  manager_.addTimer(-1, a_.get());
+  manager_.addTimer(-1, b_.get());
+  a_.reset();
   manager_.processNextEvent();
   EXPECT_TRUE(fired().empty());
   EXPECT_FALSE(logs_.contains("send timer event"));
@@ -447,14 +405,11 @@ TEST_F(TimerEventManagerTest, ReceiverDestroyedBeforeExpiryGetsNoEvent) {
 
 TEST_F(TimerEventManagerTest, ThreadFiresTimersInExpiryOrder) {
   TimerEventManager manager;  // real clock
-  auto a = probe("a");
-  auto b = probe("b");
-  auto c = probe("c");
   PassLoop loop(manager);
   const auto start = steady_clock::now();
-  manager.addTimer(150, a.get());
-  manager.addTimer(50, b.get());
-  manager.addTimer(100, c.get());
+  manager.addTimer(150, a_.get());
+  manager.addTimer(50, b_.get());
+  manager.addTimer(100, c_.get());
   ASSERT_TRUE(events_.waitForCount(3, kPatience));
   EXPECT_EQ(fired(), (std::vector<std::string>{"b", "c", "a"}));
   EXPECT_GE(steady_clock::now() - start, milliseconds(140));
