@@ -44,6 +44,13 @@ std::vector<SceneTexts> textsOf(const std::vector<std::shared_ptr<Scene>>& scene
   return texts;
 }
 
+// A closed or locked store refuses every write of scene 1 and of a new scene 2.
+void expectWritesRefused(DataManager& store) {
+  EXPECT_FALSE(store.insertScene(Scene(2, "b", "[]", "")));
+  EXPECT_FALSE(store.modifyScene(Scene(1, "changed", "[]", "")));
+  EXPECT_FALSE(store.deleteScene(1));
+}
+
 class DataManagerTest : public ::testing::Test {
  protected:
   // The store folder (with its trailing "/") and the factory file path.
@@ -189,8 +196,7 @@ TEST_F(DataManagerTest, ResetRemovesDatabaseAndLocalConfigAndRecreateStartsEmpty
   EXPECT_FALSE(fs::exists(store->databasePath()));
   EXPECT_FALSE(fs::exists(store->localConfigPath()));
   // Closed until it is opened again.
-  EXPECT_FALSE(store->insertScene(Scene(2, "b", "[]", "")));
-  EXPECT_FALSE(store->deleteScene(1));
+  expectWritesRefused(*store);
   EXPECT_TRUE(store->getScenes().empty());
 
   store->init();
@@ -215,9 +221,7 @@ TEST_F(DataManagerFailureTest, FolderThatCannotBeCreatedLeavesTheStoreClosed) {
   EXPECT_EQ(messages[1], "Create Database folder at: " + blocked);
   EXPECT_THAT(messages[2], ::testing::StartsWith("Create Database folder failed: "));
   EXPECT_EQ(capture.lines()[2].priority, 3);
-  EXPECT_FALSE(store.insertScene(Scene(1, "a", "[]", "")));
-  EXPECT_FALSE(store.modifyScene(Scene(1, "a", "[]", "")));
-  EXPECT_FALSE(store.deleteScene(1));
+  expectWritesRefused(store);
   EXPECT_TRUE(store.getScenes().empty());
 }
 
@@ -247,9 +251,7 @@ TEST_F(DataManagerFailureTest, LockedDatabaseRefusesWritesUntilReleased) {
   ASSERT_TRUE(store->insertScene(Scene(1, "a", "[]", "")));
   RawDatabase other(store->databasePath());
   ASSERT_TRUE(other.exec("BEGIN EXCLUSIVE"));
-  EXPECT_FALSE(store->insertScene(Scene(2, "b", "[]", "")));
-  EXPECT_FALSE(store->modifyScene(Scene(1, "changed", "[]", "")));
-  EXPECT_FALSE(store->deleteScene(1));
+  expectWritesRefused(*store);
   LogCapture capture;
   EXPECT_TRUE(store->getScenes().empty());
   EXPECT_THAT(capture.messages(), ElementsAre("DataBase get table failed: database is locked"));
@@ -262,9 +264,7 @@ TEST_F(DataManagerFailureTest, DatabaseFileReplacedWhileOpenRefusesWrites) {
   ASSERT_TRUE(store->insertScene(Scene(1, "a", "[]", "")));
   fs::remove(store->databasePath());
   fs::create_directory(store->databasePath());
-  EXPECT_FALSE(store->insertScene(Scene(2, "b", "[]", "")));
-  EXPECT_FALSE(store->modifyScene(Scene(1, "b", "[]", "")));
-  EXPECT_FALSE(store->deleteScene(1));
+  expectWritesRefused(*store);
   EXPECT_TRUE(fs::is_directory(store->databasePath()));
 }
 
@@ -311,24 +311,24 @@ TEST_F(DefaultScenesTest, SceneWithoutActionsEndsTheSeeding) {
   EXPECT_THAT(textsOf(store->getScenes()), ElementsAre(SceneTexts{1, "a", "[1]", ""}));
 }
 
-TEST_F(DefaultScenesTest, ModelR1CGetsOnlyTheFirstScene) {
-  shell.setOutput(kModelCommand, std::string("R1CM\n"));
+TEST_F(DefaultScenesTest, ModelR1CGetsOnlyTheFirstSceneAndOtherModelsEveryScene) {
   writeFactory(twoScenes);
-  auto store = open();
-  EXPECT_EQ(DataManager::model(), "R1CM ");
-  store->addDefaultScenes();
-  const auto scenes = textsOf(store->getScenes());
-  ASSERT_EQ(scenes.size(), 1u);
-  EXPECT_EQ(scenes[0].id, 1);
-  EXPECT_EQ(localConfig(), "V1 = true\n");
-}
-
-TEST_F(DefaultScenesTest, OtherModelsGetEveryScene) {
-  shell.setOutput(kModelCommand, std::string("RA70\n"));
-  writeFactory(twoScenes);
-  auto store = open();
-  store->addDefaultScenes();
-  EXPECT_EQ(store->getScenes().size(), 2u);
+  const struct {
+    std::string model;
+    std::vector<int32_t> seededIds;
+  } cases[] = {{"R1CM", {1}}, {"RA70", {1, 2}}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.model);
+    fs::remove_all(folder());
+    shell.setOutput(kModelCommand, c.model + "\n");
+    auto store = open();
+    EXPECT_EQ(DataManager::model(), c.model + " ");
+    store->addDefaultScenes();
+    std::vector<int32_t> ids;
+    for (const SceneTexts& scene : textsOf(store->getScenes())) ids.push_back(scene.id);
+    EXPECT_EQ(ids, c.seededIds);
+    EXPECT_EQ(localConfig(), "V1 = true\n");
+  }
 }
 
 TEST_F(DefaultScenesTest, AlreadySeededVersionSeedsNothingEvenWhenEmpty) {
