@@ -44,15 +44,7 @@ void AlarmManager::addAlarm(const std::shared_ptr<AlarmObject>& alarm) {
     if (entry.milliseconds == milliseconds && entry.alarm == alarm) return;
   }
   entries_.push_back({milliseconds, alarm});
-  AlarmEntry* const added = &entries_.back();
-  if (nearest_ == nullptr) {
-    nearest_ = added;
-    armReceiver(milliseconds);
-  } else if (milliseconds < nearest_->milliseconds) {
-    nearest_ = added;
-    receiver_->killTimer();
-    armReceiver(milliseconds);
-  }
+  takeIfNearest(&entries_.back());
 }
 
 void AlarmManager::removeAlarm(const std::shared_ptr<AlarmObject>& alarm) {
@@ -87,20 +79,24 @@ void AlarmManager::updateAlarm(const std::shared_ptr<AlarmObject>& alarm) {
   // Unlike addAlarm, a value without a future firing is registered too: being the smallest, it
   // is armed at once and the alarm gets its onAlarm() on the timer thread's next pass.
   entries_.push_back({milliseconds, alarm});
-  AlarmEntry* const added = &entries_.back();
+  if (wasNearest && nearest_ == nullptr) {
+    receiver_->killTimer();
+    armNearest();
+    return;
+  }
+  takeIfNearest(&entries_.back());
+}
+
+void AlarmManager::takeIfNearest(AlarmEntry* added) {
   if (nearest_ == nullptr) {
-    if (wasNearest) {
-      receiver_->killTimer();
-      armNearest();
-    } else {
-      nearest_ = added;
-      armReceiver(milliseconds);
-    }
-  } else if (milliseconds < nearest_->milliseconds) {
+    nearest_ = added;
+  } else if (added->milliseconds < nearest_->milliseconds) {
     nearest_ = added;
     receiver_->killTimer();
-    armReceiver(milliseconds);
+  } else {
+    return;
   }
+  armReceiver(added->milliseconds);
 }
 
 void AlarmManager::fireNearest() {

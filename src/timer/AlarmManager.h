@@ -72,8 +72,10 @@ class AlarmManager {
   using EntryList = std::list<AlarmEntry>;
 
   // Chooses the smallest stored value (the earliest registered among equals) and arms for it.
-  void armNearest();                                        // mutex_ held
-  void armReceiver(int64_t milliseconds);                   // mutex_ held
+  void armNearest();                       // mutex_ held
+  void armReceiver(int64_t milliseconds);  // mutex_ held
+  // Makes a new entry the nearest when there is none or it fires sooner, and arms for it.
+  void takeIfNearest(AlarmEntry* added);                    // mutex_ held
   EntryList::iterator findEntry(const AlarmObject* alarm);  // mutex_ held
   bool isNearest(EntryList::const_iterator entry) const;    // mutex_ held
   // Applies the fired alarm's outcome to the nearest entry: a fresh value or removal.
