@@ -190,6 +190,12 @@ TEST_F(AlarmObjectTest, WeekdaysWrapAroundTheWeekend) {
   EXPECT_EQ(alarm.getNextAlarm(saturday(12, 0)), kDay - 4 * kHour - 30 * kMinute);
 }
 
+TEST_F(AlarmObjectTest, NextAlarmUnderAMillisecondAwayIsZero) {
+  TestAlarm alarm(weekly("00:00", "2"));
+  EXPECT_EQ(alarm.getNextAlarm(monday(23, 59, 59999992)), 0);
+  EXPECT_EQ(alarm.getFirstAlarm(monday(23, 59, 59999992)), 0);
+}
+
 TEST_F(AlarmObjectTest, TimeWithSecondsAndFraction) {
   TestAlarm alarm(weekly("07:30:15.5", "1"));
   EXPECT_EQ(alarm.getFirstAlarm(monday(7, 0)), 30 * kMinute + 15500);
