@@ -12,13 +12,13 @@ set -u
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "${1:?usage: doc_examples.sh BUILD_DIR [FILE]}" && pwd) || exit 1
 file=${2:-$here/../../docs/protocol.md}
+for program in zorvik zorvikctl; do [ -x "$build/$program" ] || { echo "not built: $build/$program"; exit 1; }; done
 skip() { echo "doc_examples.sh: skipped: $*"; exit 77; }
 [ "$(id -u)" -eq 0 ] || skip "the sandbox needs root"
 for tool in unshare nsenter ip; do command -v $tool >/dev/null || skip "$tool is not installed"; done
 unshare --mount --net --pid --fork true 2>/dev/null || skip "this machine refuses new namespaces"
 
-state=$(mktemp -d "${TMPDIR:-/tmp}/zorvik-examples.XXXXXX")
-sandbox=
+state=$(mktemp -d "${TMPDIR:-/tmp}/zorvik-examples.XXXXXX") sandbox=
 cleanup() {
   [ -z "$sandbox" ] || { kill -KILL "$sandbox" && wait "$sandbox"; } 2>/dev/null
   rm -rf "$state"
@@ -30,13 +30,14 @@ unshare --mount --net --pid --kill-child --mount-proc --propagation private -- /
   "$here/sandbox.sh" --state "$state" --daemon "$build/zorvik" --log-socket "$state/no-log" \
   --private-net >"$state/sandbox.log" 2>&1 &
 sandbox=$!
-for _ in $(seq 100); do [ -e "$state/ready" ] && break; sleep 0.1; done
+for _ in $(seq 200); do [ -e "$state/ready" ] && break; sleep 0.1; done
 [ -e "$state/ready" ] || { echo "the sandbox did not come up:"; cat "$state/sandbox.log"; exit 1; }
 echo "start examples" >"$state/control"
 export PATH="$build:$PATH"
 online() { nsenter -t "$sandbox" -n sh -c "$1"; }
+# shellcheck disable=SC2016 # the inner shell expands its own $1
 offline() { unshare --net sh -c 'ip link set lo up && exec sh -c "$1"' - "$1"; }
-for _ in $(seq 100); do online 'zorvikctl count' >/dev/null 2>&1 && break; sleep 0.1; done
+for _ in $(seq 200); do online 'zorvikctl count' >/dev/null 2>&1 && break; sleep 0.1; done
 
 awk '/^```console( offline)?$/ { inside = 1; print; next }
      /^```/ { inside = 0 }
