@@ -12,10 +12,10 @@ set -u
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "${1:?usage: doc_examples.sh BUILD_DIR [FILE]}" && pwd) || exit 1
 file=${2:-$here/../../docs/protocol.md}
-for program in zorvik zorvikctl; do [ -x "$build/$program" ] || { echo "not built: $build/$program"; exit 1; }; done
+for p in zorvik zorvikctl; do [ -x "$build/$p" ] || { echo "not built: $build/$p"; exit 1; }; done
 skip() { echo "doc_examples.sh: skipped: $*"; exit 77; }
 [ "$(id -u)" -eq 0 ] || skip "the sandbox needs root"
-for tool in unshare nsenter ip; do command -v $tool >/dev/null || skip "$tool is not installed"; done
+for tool in unshare nsenter ip; do command -v $tool >/dev/null || skip "no $tool"; done
 unshare --mount --net --pid --fork true 2>/dev/null || skip "this machine refuses new namespaces"
 
 state=$(mktemp -d "${TMPDIR:-/tmp}/zorvik-examples.XXXXXX") sandbox=
