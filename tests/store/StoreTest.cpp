@@ -96,8 +96,8 @@ TEST(StoreTest, OpensOrStaysClosed) {
   umask(mask);
 }
 
-// A lock held by another connection refuses writes until it is released; a file replaced behind
-// the store's back refuses them for good. NULL cells another program left read as empty text.
+// A lock held elsewhere refuses writes until released, a file replaced behind the store's back for
+// good. NULL cells read as empty text; changing or removing a missing row succeeds, reading fails.
 TEST(StoreTest, OtherWritersOfTheFile) {
   TempDir dir;
   DataManager store(dir.file("store/"), dir.file("factory.conf"));
@@ -112,6 +112,7 @@ TEST(StoreTest, OtherWritersOfTheFile) {
   ASSERT_TRUE(exec(database, "INSERT INTO smart_task_table_v2 (ID) VALUES(12)"));
   auto read = std::make_shared<Scene>(1, "x", "[1]", "{}");
   ASSERT_TRUE(store.getScene(12, *read) && store.insertScene(Scene(1, "a", "[]", "")));
+  EXPECT_TRUE(store.deleteScene(4) && store.modifyScene(Scene()) && !store.getScene(4, *read));
   EXPECT_EQ(rowsOf(store.getScenes()), (Lines{"1|a|[]|", "12|||"}));
   EXPECT_EQ(rowsOf({read}), Lines{"12|||"});
   fs::remove(database);
