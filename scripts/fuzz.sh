@@ -14,7 +14,7 @@ cd "$(dirname "$0")/.."
 
 seconds="${FUZZ_SECONDS:-60}"
 build="${FUZZ_BUILD_DIR:-build-fuzz}"
-targets="${FUZZ_TARGETS:-config alarm scene tunnel}"
+targets="${FUZZ_TARGETS:-alarm scene tunnel}"
 work=tests/fuzz/work
 
 scripts/install-deps.sh scripts/packages-fuzz.txt

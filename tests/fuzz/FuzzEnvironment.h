@@ -1,48 +1,97 @@
-// FuzzEnvironment: what every fuzz target of the daemon needs before its first input.
-//
-// Log lines go nowhere (syslog to the console would cost a millisecond a line), and every shell
-// command is swallowed with success and empty output: scene runs and store start-up name router
-// programs, and a fuzzer must never run one. The scratch folder lives on a RAM-backed file
-// system when there is one, so that SQLite's journal syncs cost nothing, and is removed at exit.
-//
-// Threading: get() is first called from the fuzzer's own thread before any other thread exists;
-// afterwards the object is only read. It is created once and never destroyed, so the timer
-// thread may still log and run commands while the process exits.
+// FuzzEnvironment: what the fuzz targets share: a quiet process (log lines go nowhere, shell
+// commands succeed with no output and never run), a scratch folder (RAM-backed where there is one,
+// so that SQLite's syncs cost nothing; removed at exit), the input's lines and the checks.
+// Threading: setUp() first runs before any other thread exists; nothing is ever destroyed, so
+// the timer thread may still log and run commands at exit.
 #ifndef ZORVIK_TESTS_FUZZ_FUZZENVIRONMENT_H_
 #define ZORVIK_TESTS_FUZZ_FUZZENVIRONMENT_H_
 
 #include <chrono>
-#include <cstddef>
-#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <iterator>
+#include <memory>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
+
+#include "server/Json.h"
+#include "server/Log.h"
+#include "server/Shell.h"
 
 namespace zorvik {
 
 class FuzzEnvironment {
  public:
-  // Quiets the log and the shell on the first call.
-  static FuzzEnvironment& get();
+  // Quiets log and shell on the first call; returns the scratch folder, with a trailing "/".
+  static const std::string& setUp() {
+    namespace fs = std::filesystem;
+    static std::error_code ignoredError;
+    static const std::string* const folder = [] {
+      setLogSink([](int, const std::string&) {});
+      Shell::setBackend(std::make_shared<SilentShell>());
+      const fs::path root = fs::is_directory("/dev/shm") ? "/dev/shm" : fs::temp_directory_path();
+      auto* made = new std::string(root.string() + "/zorvik-fuzz-XXXXXX");
+      require(mkdtemp(made->data()) != nullptr);
+      std::atexit([] { fs::remove_all(setUp(), ignoredError); });
+      return &made->append("/");
+    }();
+    return *folder;
+  }
 
-  // A private folder for this process, with a trailing "/".
-  const std::string& folder() const { return folder_; }
+  // The input's lines, padded with empty ones to at least `count` lines.
+  static std::vector<std::string> lines(const uint8_t* data, size_t size, size_t count) {
+    std::istringstream input(std::string(reinterpret_cast<const char*>(data), size));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(input, line);) lines.push_back(line);
+    if (lines.size() < count) lines.resize(count);
+    return lines;
+  }
 
-  // The input cut at every line feed; a trailing line feed yields a last empty field.
-  static std::vector<std::string> splitLines(const uint8_t* data, size_t size);
-  // Field `index`, or an empty text when the input has fewer fields.
-  static const std::string& field(const std::vector<std::string>& fields, size_t index);
+  static int64_t number(const std::string& text) { return std::strtoll(text.c_str(), nullptr, 10); }
 
-  // The number of threads of this process.
-  static int threadCount();
-  // Waits (at most a second) until the process has no more than `count` threads. A timed
-  // router shutdown runs on a detached thread of its own; the leak check after an input must
-  // not catch that thread half-way, holding its command line where the check cannot see it.
-  static void waitForThreads(int count);
+  // A broken invariant aborts, which libFuzzer reports as a crash, with the input.
+  static void require(bool condition) {
+    if (!condition) std::abort();
+  }
+
+  // The text parsed: a JSON object, with an integer member `intKey` when one is named.
+  static Json::Document requireObject(const std::string& text, const char* intKey = nullptr) {
+    Json::Document parsed = Json::parse(text);
+    require(json_object_is_type(parsed.get(), json_type_object));
+    if (intKey) require(json_object_is_type(Json::member(parsed.get(), intKey), json_type_int));
+    return parsed;
+  }
+
+  // True when a JSON text may name a TV action, which holds its thread up to a minute while the
+  // set wakes. json-c's own form undoes escapes; its strings end at a NUL, so a prefix counts.
+  static bool namesTv(const std::string& text) {
+    const Json::Document parsed = Json::parse(text);
+    const std::string canonical = parsed ? json_object_to_json_string(parsed.get()) : "";
+    return canonical.find("\"tevra") != std::string::npos ||
+           canonical.find("\"tarwen") != std::string::npos;
+  }
+
+  static int threadCount() {
+    return static_cast<int>(
+        std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}));
+  }
+
+  // Waits (at most a second) until the process has no more than `count` threads: the leak check
+  // after an input must not catch a timed router shutdown's detached thread half-way.
+  static void waitForThreads(int count) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    while (threadCount() > count && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
 
  private:
-  FuzzEnvironment();
-
-  std::string folder_;
+  struct SilentShell : Shell::Backend {
+    int system(const std::string&) override { return 0; }
+    std::optional<std::string> capture(const std::string&) override { return std::string(); }
+  };
 };
 
 }  // namespace zorvik
