@@ -19,8 +19,8 @@ struct Service {
 
 template <typename Traits>
 void checkReplies(const std::string& name, bool (*send)(const std::string&, int)) {
+  // The service's reply, the payload, whether the call succeeds, the error line it logs.
   const std::tuple<const char*, std::string, bool, std::string> rows[] = {
-      // reply, payload, ok, log
       {R"({"code":0,"data":[1]})", "{\"cmd\":1}", true, ""},
       {R"({"code":"0"})", std::string("not json\0\xff'\"\n{", 14), true, ""},
       {R"({"code":3})", "p", false, ""},
@@ -35,13 +35,10 @@ void checkReplies(const std::string& name, bool (*send)(const std::string&, int)
     EXPECT_EQ(send(payload, service.port()), ok) << name << reply;
     EXPECT_EQ(service.received(), std::vector<std::string>{payload});
     EXPECT_EQ(log.messages(), logged.empty() ? std::vector<std::string>{} : std::vector{logged});
-    for (const CapturedLine& line : log.lines())
+    for (const CapturedLine& line : log.lines()) {
       EXPECT_EQ(line.text.find("[ZORVIK ERROR Action.cpp:"), 0u);
+    }
   }
-  const int closedPort = ScriptedService<Traits>("").port();  // nothing listens there any more
-  LogCapture log;
-  EXPECT_FALSE(send("p", closedPort)) << name;
-  EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(LocalServiceClientTest, OnlyAReplyWithCodeZeroIsSuccess) {

@@ -11,8 +11,8 @@ namespace {
 
 TEST(LogTest, LinesCarryTagLevelFileLineAndTheTextAsGiven) {
   LogCapture capture;
+  // The level and text given, the priority and the whole line handed to the sink.
   const std::tuple<int, const char*, int, const char*> rows[] = {
-      // level, text, priority, line
       {kLogInfo, "get all scenes", LOG_INFO, "[ZORVIK INFO ZorvikTunnel.cpp:106]get all scenes\n"},
       {kLogDebug, "d", LOG_DEBUG, "[ZORVIK DEBUG ZorvikTunnel.cpp:106]d\n"},
       {kLogError, "%s %n", LOG_ERR, "[ZORVIK ERROR ZorvikTunnel.cpp:106]%s %n\n"},

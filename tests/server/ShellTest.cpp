@@ -1,30 +1,23 @@
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "server/Shell.h"
 #include "support/LogCapture.h"
 #include "support/ShellRecorder.h"
-#include "support/TempDir.h"
 
 namespace zorvik {
 namespace {
 
-TEST(ShellTest, QuotedTextIsOneWordThatReachesTheProgramUnchanged) {
+TEST(ShellTest, QuotedTextIsOneWordAndTheRealBackendGivesResultsAndWholeOutput) {
   const std::pair<std::string, std::string> rows[] = {
       {"{\"a\":1}", "'{\"a\":1}'"}, {"", "''"}, {"it's", "'it'\\''s'"}, {"''", "''\\'''\\'''"}};
   for (const auto& [text, quoted] : rows) EXPECT_EQ(Shell::quote(text), quoted);
-  TempDir dir;
-  const std::string hostile = "x';touch " + dir.file("pwned") + ";echo '$(id)`id`\n\\";
-  EXPECT_EQ(Shell::capture("printf %s " + Shell::quote(hostile)), hostile);
-  EXPECT_FALSE(std::filesystem::exists(dir.file("pwned")));
-}
-
-TEST(ShellTest, RealBackendGivesResultsAndTheWholeOutput) {
+  // Through a real shell, with more output than one read takes.
+  const std::string hostile = "x';echo injected;'$(echo sub)`echo back`\n\\";
+  EXPECT_EQ(
+      Shell::capture("printf %s " + Shell::quote(hostile) + "; head -c 300 /dev/zero | tr '\\0' x"),
+      hostile + std::string(300, 'x'));
   EXPECT_EQ(Shell::system("true"), 0);
   EXPECT_NE(Shell::system("exit 3"), 0);
-  EXPECT_EQ(Shell::capture("printf 'a\\nb'; head -c 300 /dev/zero | tr '\\0' x"),
-            "a\nb" + std::string(300, 'x'));
 }
 
 TEST(ShellTest, RunLoggedLogsTheCommandAndAFailure) {
