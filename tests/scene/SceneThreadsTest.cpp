@@ -240,6 +240,7 @@ TEST_F(SceneManagerThreadsTest, ConcurrentCallersKeepRegistryAndStoreInStep) {
   std::vector<std::thread> callers;
   for (int t = 0; t < 3; ++t) callers.emplace_back(caller, t);
   for (std::thread& thread : callers) thread.join();
+  for (int id = 1; id <= 90; ++id) manager.stopScene(id);
   EXPECT_EQ(manager.getScenesCount(), R"({ "code": 0, "msg": "", "count": 60 })");
   EXPECT_EQ(SceneManager(&store, ntpFile).getAllScenes(), manager.getAllScenes());
   EXPECT_GT(shell.lines().size(), 0u);
