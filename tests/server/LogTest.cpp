@@ -47,7 +47,7 @@ TEST(LogTest, LinesOfDifferentThreadsNeverMix) {
   std::istringstream lines(received);
   int count = 0;
   for (std::string line; std::getline(lines, line); ++count) {
-    ASSERT_EQ(line.find(" end"), line.size() - 4) << line;
+    ASSERT_TRUE(line.rfind('[') == 0 && line.find(" end") == line.size() - 4) << line;
   }
   EXPECT_EQ(count, 2000);
 }
