@@ -11,6 +11,7 @@
 #include "action/Action.h"
 #include "scene/Scene.h"
 #include "scene/SceneManager.h"
+#include "server/Shell.h"
 #include "server/ZorvikTunnel.h"
 #include "store/DataManager.h"
 #include "support/LogCapture.h"
@@ -93,6 +94,36 @@ TEST(SceneRunTest, EventThatExpiredBeforeAStopIsIgnoredByTheNextRun) {
   EXPECT_TRUE(action->isRunning());
   ASSERT_TRUE(shell.waitForCount(1));  // the second run's own timer
   EXPECT_EQ(shell.lines(), Lines{pellway("YQ")});
+}
+
+// A shell whose one command waits until the test lets it go.
+struct GatedShell : Shell::Backend {
+  int system(const std::string&) override {
+    entered.set_value();
+    go.wait();
+    return 0;
+  }
+  std::optional<std::string> capture(const std::string&) override { return ""; }
+  std::promise<void> entered, release;
+  std::shared_future<void> go = release.get_future().share();
+};
+
+TEST(SceneRunTest, SceneRebuiltAndDroppedWhileAHandlerRunsLivesUntilTheHandlerEnds) {
+  auto scene = sceneOf({{'a', 1, true}});
+  const auto gate = std::make_shared<GatedShell>();
+  const auto previous = Shell::setBackend(gate);
+  scene->execute();
+  gate->entered.get_future().wait();
+  const std::weak_ptr<Action> action = scene->actions()[0];
+  const std::weak_ptr<Scene> watcher = scene;
+  scene->setActionsJson("[]");
+  EXPECT_EQ(scene->execute(), 3u);  // the rebuild lets go of the action inside its handler
+  scene.reset();
+  EXPECT_FALSE(action.expired() || watcher.expired());  // the timer thread still holds both
+  gate->release.set_value();
+  for (int i = 0; i < 400 && !watcher.expired(); ++i) std::this_thread::sleep_for(milliseconds(5));
+  EXPECT_TRUE(action.expired() && watcher.expired());
+  Shell::setBackend(previous);
 }
 
 TEST(SceneRunTest, LongRunsOfNonBlockingActionsStartWithoutDeepRecursion) {
