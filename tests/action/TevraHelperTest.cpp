@@ -1,6 +1,7 @@
+// The TV helper against a fake ARP table and a recording shell.
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <map>
 
 #include "action/TevraHelper.h"
 #include "support/LogCapture.h"
@@ -10,290 +11,100 @@
 namespace zorvik {
 namespace {
 
-using Lines = std::vector<std::string>;
-
-constexpr char kArpHeader[] =
-    "IP address       HW type     Flags       HW address            Mask     Device\n";
-constexpr char kOtherDevice[] =
+const std::string kArp =
+    "IP address       HW type     Flags       HW address            Mask     Device\n"
     "192.168.31.5     0x1         0x2         11:22:33:44:55:66     *        br-lan\n";
-constexpr char kTvEntry[] =
-    "192.168.31.23    0x1         0x2         aa:bb:cc:dd:ee:ff     *        br-lan\n";
-constexpr char kTvIp[] = "192.168.31.23";
+const std::string kTv =
+    "192.168.31.23    0x1         0x2         aa:bb:cc:dd:ee:ff     *    br-lan\n";
 
-constexpr char kWolPrefix[] = "/usr/sbin/pellway 6 ";
-constexpr char kWolLine[] =
-    "/usr/sbin/pellway 6 "
-    "'eyJjb21tYW5kIjoid29sIiwibWFjIjoiQUE6QkI6Q0M6REQ6RUU6RkYifQ'";
-constexpr char kAliveLine[] =
-    "/usr/bin/curl -s -k --connect-timeout 1 \"http://192.168.31.23:6095/request?action=isalive\"";
-constexpr char kAlivePrefix[] = "/usr/bin/curl -s -k --connect-timeout 1 ";
-constexpr char kPowerKeyLine[] =
-    "/usr/bin/curl -s -k --connect-timeout 3 "
-    "\"http://192.168.31.23:6095/controller?action=keyevent&keycode=power\"";
-constexpr char kPowerOnLine[] =
-    "/usr/bin/curl -s -k --connect-timeout 10 \"http://192.168.31.23/cgi-bin/powerctrl.cgi?off=0\"";
-constexpr char kPowerOffLine[] =
-    "/usr/bin/curl -s -k --connect-timeout 10 \"http://192.168.31.23/cgi-bin/powerctrl.cgi?off=1\"";
-
-constexpr auto kTinyPause = std::chrono::milliseconds(1);
-
-TEST(TevraUrlTest, EncodesEveryByteOutsideTheUnreservedSet) {
-  EXPECT_EQ(TevraHelper::urlEncode("a b/c?d=\xc3\xa9"), "a+b%2fc%3fd%3d%c3%a9");
-  EXPECT_EQ(TevraHelper::urlEncode("AZaz09-._~"), "AZaz09-._~");
-  EXPECT_EQ(TevraHelper::urlEncode(std::string("\x00\x7f\xff\"$`\\'", 8)),
-            "%00%7f%ff%22%24%60%5c%27");
-  EXPECT_EQ(TevraHelper::urlEncode(""), "");
-}
-
-class TevraArpTest : public ::testing::Test {
- protected:
-  std::string writeArp(const std::string& content) { return dir_.write("arp", content); }
-  TempDir dir_;
-};
-
-TEST_F(TevraArpTest, FindsTheAddressOfAMacInAnyLetterCase) {
-  const std::string arp = writeArp(std::string(kArpHeader) + kOtherDevice + kTvEntry);
-  EXPECT_EQ(TevraHelper::ipFromArpTable(arp, "AA:BB:CC:DD:EE:FF"), kTvIp);
-  EXPECT_EQ(TevraHelper::ipFromArpTable(arp, "aa:bb:cc:dd:ee:ff"), kTvIp);
-  EXPECT_EQ(TevraHelper::ipFromArpTable(arp, "Aa:bB:cc:DD:ee:FF"), kTvIp);
+TEST(TevraHelperTest, ArpTableGivesTheAddressOfAMacInAnyLetterCase) {
+  TempDir dir;
+  const std::string arp = dir.write("arp", kArp + kTv + "10.0.0.7 0x1 0x2 a.b(c*d 0 x\n");
+  for (const char* mac : {"AA:BB:CC:DD:EE:FF", "aA:bB:cc:DD:ee:ff"}) {
+    EXPECT_EQ(TevraHelper::ipFromArpTable(arp, mac), "192.168.31.23") << mac;
+  }
   EXPECT_EQ(TevraHelper::ipFromArpTable(arp, "11:22:33:44:55:66"), "192.168.31.5");
-}
-
-TEST_F(TevraArpTest, LinesOfOtherDevicesAndTheHeaderDoNotMatch) {
-  const std::string arp = writeArp(std::string(kArpHeader) + kOtherDevice);
-  EXPECT_EQ(TevraHelper::ipFromArpTable(arp, "aa:bb:cc:dd:ee:ff"), "");
-  EXPECT_EQ(TevraHelper::ipFromArpTable(arp, "HW address"), "");
-  EXPECT_EQ(TevraHelper::ipFromArpTable(arp, "aa:bb:cc:dd:ee:00"), "");
-  EXPECT_EQ(TevraHelper::ipFromArpTable(writeArp(kArpHeader), "aa:bb:cc:dd:ee:ff"), "");
-}
-
-TEST_F(TevraArpTest, MissingTableGivesNoAddress) {
-  EXPECT_EQ(TevraHelper::ipFromArpTable(dir_.file("absent"), "aa:bb:cc:dd:ee:ff"), "");
-}
-
-TEST_F(TevraArpTest, PatternCharactersInTheMacMatchOnlyThemselves) {
-  const std::string arp = writeArp(std::string(kArpHeader) + kOtherDevice + kTvEntry);
-  for (const char* mac : {"", ".*", ".", "(", "[", "\\", "\\E.*", "aa:bb:cc:dd:ee:f.", "(?i)",
-                          "a{99999999}", ")|(.*"}) {
+  // Pattern characters in a MAC match only themselves; an empty MAC names no TV.
+  EXPECT_EQ(TevraHelper::ipFromArpTable(arp, "A.B(C*D"), "10.0.0.7");
+  for (const char* mac : {"aa:bb:cc:dd:ee:00", "HW address", "", ".*", "\\E.*", ")|(.*"}) {
     EXPECT_EQ(TevraHelper::ipFromArpTable(arp, mac), "") << mac;
   }
-  const std::string odd = writeArp("10.0.0.7 0x1 0x2 a.b(c*d 0 x\n");
-  EXPECT_EQ(TevraHelper::ipFromArpTable(odd, "A.B(C*D"), "10.0.0.7");
+  EXPECT_EQ(TevraHelper::ipFromArpTable(dir.file("absent"), "aa:bb:cc:dd:ee:ff"), "");
 }
 
-// Drives TevraHelper::process() against a fake ARP table and recorded shell commands.
-class TevraProcessTest : public ::testing::Test {
- protected:
-  TevraProcessTest() : arpPath_(dir_.file("arp")) { writeArp(false); }
+std::string tv(const std::string& command, const std::string& more = "") {
+  return R"({"mac":"AA:BB:CC:DD:EE:FF","command":")" + command + "\"" + more + "}";
+}
 
-  void writeArp(bool withTv) {
-    dir_.write("arp", std::string(kArpHeader) + kOtherDevice + (withTv ? kTvEntry : ""));
-  }
-
-  // The TV shows up in the ARP table when the `n`th wake-on-LAN command runs.
-  void appearAfterWakeCommands(int n) {
-    recorder_.setOutputFunction(kWolPrefix, [this, n](const std::string&) {
-      if (++wakeCommands_ == n) writeArp(true);
-      return std::optional<std::string>("");
+TEST(TevraHelperTest, CommandsSendTheirLinesAndWakeTheTvWhenNeeded) {
+  const std::string curl = "/usr/bin/curl -s -k --connect-timeout ";
+  const std::map<char, std::string> lines = {
+      // the command lines of the rows, a letter each
+      {'W', "/usr/sbin/pellway 6 'eyJjb21tYW5kIjoid29sIiwibWFjIjoiQUE6QkI6Q0M6REQ6RUU6RkYifQ'"},
+      {'H', "/usr/sbin/pellway 6 'eyJjb21tYW5kIjoid29sIiwibWFjIjoieCc7IHRvdWNoIC90bXAvZjsgJyJ9'"},
+      {'A', curl + R"(1 "http://192.168.31.23:6095/request?action=isalive")"},
+      {'K', curl + R"(3 "http://192.168.31.23:6095/controller?action=keyevent&keycode=power")"},
+      {'N', curl + R"(10 "http://192.168.31.23/cgi-bin/powerctrl.cgi?off=0")"},
+      {'F', curl + R"(10 "http://192.168.31.23/cgi-bin/powerctrl.cgi?off=1")"},
+      {'V', curl + "3  \"http://192.168.31.23:6095/video?action=play&url=a+b%2fc%3fd%3d%c3%a9-._~"
+                   "%22%24%60%5c%27&clientname=norvel\""}};
+  // Payload; the TV is in the ARP table from the start (0), after so many wake-ups or never (-1);
+  // the alive check answers from its nth call on (0: never; -1: no command starts at all);
+  // the commands sent; the error logged after the commands, after "brelk TevraHelper ".
+  const std::tuple<std::string, int, int, std::string, std::string> rows[] = {
+      {"not json", 0, 1, "", "extra is not json format"},
+      {R"({"command":"poweron"})", 0, 1, "", "mac or command is NULL"},
+      {R"({"mac":"AA:BB:CC:DD:EE:FF"})", 0, 1, "", "mac or command is NULL"},
+      {tv("keyevent", R"(,"keycode":"power")"), 0, 1, "K", ""},
+      {tv("keyevent", R"(,"keycode":"power")"), -1, 1, "", ""},
+      {tv("keyevent", R"(,"keycode":"home\"; touch /tmp/f; \"")"), 0, 1, "A", ""},
+      {tv("poweron"), 0, 1, "N", ""},
+      {tv("poweron"), 2, 1, "WWA", ""},
+      {tv("poweroff"), 0, 1, "F", ""},
+      {tv("poweroff"), 0, -1, "F", ""},
+      {tv("poweroff"), -1, 1, "", ""},
+      {tv("wake"), -1, 1, "WWWWWW", "wol timeout,tevra AA:BB:CC:DD:EE:FF not power on"},
+      {tv("wake"), 6, 1, "WWWWWWA", ""},
+      {tv("wake"), 0, 3, "AWAWA", ""},
+      {tv("video_playurl", R"(,"url":"x")"), 0, 0, "AWAWAWAWAWAWA",
+       "tevra 192.168.31.23 not response"},
+      {tv("video_playurl", ",\"url\":\"a b/c?d=\xc3\xa9-._~\\\"$`\\\\'\""), 0, 1, "AV", ""},
+      {tv("video_playurl"), 0, 1, "A", "video_playurl is null"},
+      {R"({"mac":"x'; touch /tmp/f; '","command":"on"})", 0, 1, "HHHHHH",
+       "wol timeout,tevra x'; touch /tmp/f; ' not power on"}};
+  const auto pause = std::chrono::milliseconds(10);
+  const auto isWake = [](const std::string& line) { return line.find("pellway") != line.npos; };
+  for (const auto& [payload, arpAfterWakes, aliveFrom, letters, error] : rows) {
+    SCOPED_TRACE(payload);
+    TempDir dir;
+    const std::string arp = dir.write("arp", kArp + (arpAfterWakes == 0 ? kTv : ""));
+    ShellRecorder shell;
+    LogCapture log;
+    int wakes = 0, aliveChecks = 0;
+    std::vector<std::string> commands, logged;  // what is to be sent and logged
+    for (char letter : letters) commands.push_back(lines.at(letter));
+    shell.setOutputFunction("", [&](const std::string& line) -> std::optional<std::string> {
+      if (aliveFrom < 0) return std::nullopt;
+      if (isWake(line) && ++wakes == arpAfterWakes) dir.write("arp", kArp + kTv);
+      const bool answers = line == lines.at('A') && aliveFrom > 0 && ++aliveChecks >= aliveFrom;
+      logged.push_back("system command: " + line + " ,output: " + (answers ? "1" : ""));
+      return answers ? "1" : "";
     });
+    TevraHelper(payload, arp, pause).process();
+    EXPECT_EQ(shell.lines(), commands);
+    if (!error.empty()) logged.push_back("brelk TevraHelper " + error);
+    EXPECT_EQ(log.messages(), logged);
+    for (const CapturedLine& line : log.lines()) {  // the "brelk" lines are the errors
+      const char* level = line.text.find("]brelk") == std::string::npos ? "INFO" : "ERROR";
+      EXPECT_EQ(line.text.find(std::string("[ZORVIK ") + level + " TevraHelper.cpp:"), 0u);
+    }
+    const std::vector<RecordedCommand> sent = shell.commands();
+    for (size_t i = 1; i < sent.size(); ++i) {  // each wake-up is followed by the pause
+      if (isWake(sent[i - 1].line)) {
+        EXPECT_GE(sent[i].at - sent[i - 1].at, pause);
+      }
+    }
   }
-
-  // The alive check answers from its `n`th call on (1: at once).
-  void answerFromAliveCheck(int n) {
-    recorder_.setOutputFunction(kAlivePrefix, [this, n](const std::string&) {
-      return std::optional<std::string>(++aliveChecks_ >= n ? "{\"status\":0}" : "");
-    });
-  }
-
-  void process(const std::string& payload, std::chrono::milliseconds pause = kTinyPause) {
-    TevraHelper(payload, arpPath_, pause).process();
-  }
-
-  TempDir dir_;
-  const std::string arpPath_;
-  LogCapture capture_;
-  ShellRecorder recorder_;
-  std::atomic<int> wakeCommands_{0};
-  std::atomic<int> aliveChecks_{0};
-};
-
-TEST_F(TevraProcessTest, BadPayloadsLogTheirFaultUnderTheHelpersName) {
-  const struct {
-    const char* payload;
-    const char* message;
-  } cases[] = {
-      {"not json", "brelk TevraHelper extra is not json format"},
-      {"{\"command\":\"poweron\"}", "brelk TevraHelper mac or command is NULL"},
-      {"{\"mac\":\"AA:BB:CC:DD:EE:FF\"}", "brelk TevraHelper mac or command is NULL"},
-      {"{\"mac\":null,\"command\":\"poweron\"}", "brelk TevraHelper mac or command is NULL"},
-  };
-  for (const auto& c : cases) {
-    capture_.clear();
-    process(c.payload);
-    EXPECT_EQ(capture_.messages(), Lines{c.message}) << c.payload;
-    ASSERT_EQ(capture_.lines().size(), 1u);
-    EXPECT_EQ(capture_.lines()[0].text.rfind("[ZORVIK ERROR TevraHelper.cpp:", 0), 0u);
-  }
-  EXPECT_TRUE(recorder_.lines().empty());
-}
-
-TEST_F(TevraProcessTest, RunDoesTheWorkOnItsOwnThreadAndWaitsForIt) {
-  TevraHelper::run("not json");
-  EXPECT_EQ(capture_.messages(), Lines{"brelk TevraHelper extra is not json format"});
-  TevraHelper::run("{\"command\":\"keyevent\"}");
-  EXPECT_EQ(capture_.count("brelk TevraHelper mac or command is NULL"), 1);
-}
-
-TEST_F(TevraProcessTest, PowerKeyGoesStraightToAKnownTv) {
-  writeArp(true);
-  recorder_.setOutput("/usr/bin/curl", "ok");
-  process("{\"mac\":\"AA:BB:CC:DD:EE:FF\",\"command\":\"keyevent\",\"keycode\":\"power\"}");
-  EXPECT_EQ(recorder_.lines(), Lines{kPowerKeyLine});
-  EXPECT_TRUE(recorder_.commands()[0].captured);
-  const auto lines = capture_.lines();
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_EQ(lines[0].text.rfind("[ZORVIK INFO TevraHelper.cpp:", 0), 0u) << lines[0].text;
-  EXPECT_EQ(LogCapture::messageOf(lines[0].text),
-            std::string("system command: ") + kPowerKeyLine + " ,output: ok");
-}
-
-TEST_F(TevraProcessTest, PowerKeyForAnUnknownTvSendsNothing) {
-  process("{\"mac\":\"AA:BB:CC:DD:EE:FF\",\"command\":\"keyevent\",\"keycode\":\"power\"}");
-  EXPECT_TRUE(recorder_.lines().empty());
-  EXPECT_TRUE(capture_.lines().empty());
-}
-
-TEST_F(TevraProcessTest, OtherKeysOnlyMakeSureTheTvIsOn) {
-  writeArp(true);
-  answerFromAliveCheck(1);
-  process("{\"mac\":\"AA:BB:CC:DD:EE:FF\",\"command\":\"keyevent\",\"keycode\":\"home\"}");
-  EXPECT_EQ(recorder_.lines(), Lines{kAliveLine});
-  EXPECT_EQ(capture_.messages(),
-            Lines{std::string("system command: ") + kAliveLine + " ,output: {\"status\":0}"});
-}
-
-TEST_F(TevraProcessTest, PowerOnAndOffReachAKnownTv) {
-  writeArp(true);
-  process("{\"mac\":\"aa:bb:cc:dd:ee:ff\",\"command\":\"poweron\"}");
-  process("{\"mac\":\"AA:BB:CC:DD:EE:FF\",\"command\":\"poweroff\"}");
-  EXPECT_EQ(recorder_.lines(), (Lines{kPowerOnLine, kPowerOffLine}));
-  EXPECT_EQ(capture_.messages(),
-            (Lines{std::string("system command: ") + kPowerOnLine + " ,output: ",
-                   std::string("system command: ") + kPowerOffLine + " ,output: "}));
-}
-
-TEST_F(TevraProcessTest, PowerOffForAnUnknownTvSendsAndLogsNothing) {
-  process("{\"mac\":\"AA:BB:CC:DD:EE:FF\",\"command\":\"poweroff\"}");
-  EXPECT_TRUE(recorder_.lines().empty());
-  EXPECT_TRUE(capture_.lines().empty());
-}
-
-TEST_F(TevraProcessTest, PowerOnForAnAbsentTvWakesItAndSendsNothingMore) {
-  appearAfterWakeCommands(2);
-  answerFromAliveCheck(1);
-  process("{\"mac\":\"AA:BB:CC:DD:EE:FF\",\"command\":\"poweron\"}");
-  EXPECT_EQ(recorder_.lines(), (Lines{kWolLine, kWolLine, kAliveLine}));
-  EXPECT_FALSE(capture_.contains("brelk"));
-}
-
-TEST_F(TevraProcessTest, TvThatNeverAppearsGetsSixWakeCommandsAPauseApart) {
-  const auto pause = std::chrono::milliseconds(20);
-  process("{\"mac\":\"AA:BB:CC:DD:EE:FF\",\"command\":\"wake\"}", pause);
-  EXPECT_EQ(recorder_.lines(), Lines(6, kWolLine));
-  const auto commands = recorder_.commands();
-  for (size_t i = 1; i < commands.size(); ++i) {
-    EXPECT_GE(commands[i].at - commands[i - 1].at, pause);
-  }
-  EXPECT_EQ(capture_.messages().back(),
-            "brelk TevraHelper wol timeout,tevra AA:BB:CC:DD:EE:FF not power on");
-  EXPECT_EQ(capture_.lines().back().priority, LogMessage::priorityOf(kLogError));
-  EXPECT_EQ(capture_.count("system command: "), 6);
-}
-
-TEST_F(TevraProcessTest, TvThatAppearsOnTheLastRoundIsStillUsed) {
-  appearAfterWakeCommands(6);
-  answerFromAliveCheck(1);
-  process("{\"mac\":\"AA:BB:CC:DD:EE:FF\",\"command\":\"wake\"}");
-  Lines expected(6, kWolLine);
-  expected.push_back(kAliveLine);
-  EXPECT_EQ(recorder_.lines(), expected);
-  EXPECT_FALSE(capture_.contains("brelk"));
-}
-
-TEST_F(TevraProcessTest, SilentTvIsWokenUntilItAnswers) {
-  writeArp(true);
-  answerFromAliveCheck(3);
-  process("{\"mac\":\"AA:BB:CC:DD:EE:FF\",\"command\":\"wake\"}");
-  EXPECT_EQ(recorder_.lines(), (Lines{kAliveLine, kWolLine, kAliveLine, kWolLine, kAliveLine}));
-  EXPECT_FALSE(capture_.contains("brelk"));
-}
-
-TEST_F(TevraProcessTest, TvThatNeverAnswersIsReportedByItsAddress) {
-  writeArp(true);
-  process("{\"mac\":\"AA:BB:CC:DD:EE:FF\",\"command\":\"video_playurl\",\"url\":\"x\"}");
-  Lines expected{kAliveLine};
-  for (int i = 0; i < 6; ++i) {
-    expected.push_back(kWolLine);
-    expected.push_back(kAliveLine);
-  }
-  EXPECT_EQ(recorder_.lines(), expected);
-  EXPECT_EQ(capture_.messages().back(), "brelk TevraHelper tevra 192.168.31.23 not response");
-}
-
-TEST_F(TevraProcessTest, VideoIsPlayedWithItsAddressEncoded) {
-  writeArp(true);
-  answerFromAliveCheck(1);
-  process(
-      "{\"mac\":\"AA:BB:CC:DD:EE:FF\",\"command\":\"video_playurl\",\"url\":\"a b/c?d=\xc3\xa9\"}");
-  EXPECT_EQ(recorder_.lines(),
-            (Lines{kAliveLine,
-                   "/usr/bin/curl -s -k --connect-timeout 3  \"http://192.168.31.23:6095/"
-                   "video?action=play&url=a+b%2fc%3fd%3d%c3%a9&clientname=norvel\""}));
-}
-
-TEST_F(TevraProcessTest, VideoWithoutAddressIsLoggedAfterTheWake) {
-  writeArp(true);
-  answerFromAliveCheck(1);
-  process("{\"mac\":\"AA:BB:CC:DD:EE:FF\",\"command\":\"video_playurl\"}");
-  EXPECT_EQ(recorder_.lines(), Lines{kAliveLine});
-  EXPECT_EQ(capture_.messages().back(), "brelk TevraHelper video_playurl is null");
-}
-
-TEST_F(TevraProcessTest, CommandThatCannotStartIsNotLogged) {
-  writeArp(true);
-  recorder_.setOutput("/usr/bin/curl", std::nullopt);
-  process("{\"mac\":\"AA:BB:CC:DD:EE:FF\",\"command\":\"poweroff\"}");
-  EXPECT_EQ(recorder_.lines(), Lines{kPowerOffLine});
-  EXPECT_TRUE(capture_.lines().empty());
-}
-
-TEST_F(TevraProcessTest, HostileKeycodeAndUrlNeverReachTheShellAsText) {
-  writeArp(true);
-  answerFromAliveCheck(1);
-  process(
-      "{\"mac\":\"AA:BB:CC:DD:EE:FF\",\"command\":\"keyevent\",\"keycode\":\"power\\\"; touch "
-      "/tmp/f; \\\"\"}");
-  EXPECT_EQ(recorder_.lines(), Lines{kAliveLine});
-  recorder_.clear();
-  process(
-      "{\"mac\":\"AA:BB:CC:DD:EE:FF\",\"command\":\"video_playurl\",\"url\":\"\\\"$(touch "
-      "/tmp/f)`id`\\\\\"}");
-  EXPECT_EQ(recorder_.lines(),
-            (Lines{kAliveLine,
-                   "/usr/bin/curl -s -k --connect-timeout 3  \"http://192.168.31.23:6095/"
-                   "video?action=play&url=%22%24%28touch+%2ftmp%2ff%29%60id%60%5c&clientname="
-                   "norvel\""}));
-}
-
-TEST_F(TevraProcessTest, HostileMacMatchesNothingAndTravelsEncoded) {
-  writeArp(true);
-  process("{\"mac\":\"x'; touch /tmp/f; '\",\"command\":\"wake\"}");
-  EXPECT_EQ(recorder_.lines(),
-            Lines(6,
-                  "/usr/sbin/pellway 6 "
-                  "'eyJjb21tYW5kIjoid29sIiwibWFjIjoieCc7IHRvdWNoIC90bXAvZjsgJyJ9'"));
-  EXPECT_EQ(capture_.messages().back(),
-            "brelk TevraHelper wol timeout,tevra x'; touch /tmp/f; ' not power on");
 }
 
 }  // namespace

@@ -1,57 +1,55 @@
-#include "server/Log.h"
-
 #include <gtest/gtest.h>
 #include <syslog.h>
 
+#include <sstream>
+#include <thread>
+
+#include "server/Log.h"
 #include "support/LogCapture.h"
 
 namespace zorvik {
 namespace {
 
-TEST(LogTest, LineHasTagLevelFileLineAndText) {
+TEST(LogTest, LinesCarryTagLevelFileLineAndTheTextAsGiven) {
   LogCapture capture;
-  LogMessage("ZorvikTunnel.cpp", 106, kLogInfo).stream() << "get all scenes";
-  auto lines = capture.lines();
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_EQ(lines[0].text, "[ZORVIK INFO ZorvikTunnel.cpp:106]get all scenes\n");
-  EXPECT_EQ(lines[0].priority, LOG_INFO);
+  // The level and text given, the priority and the whole line handed to the sink.
+  const std::tuple<int, const char*, int, const char*> rows[] = {
+      {kLogInfo, "get all scenes", LOG_INFO, "[ZORVIK INFO ZorvikTunnel.cpp:106]get all scenes\n"},
+      {kLogDebug, "d", LOG_DEBUG, "[ZORVIK DEBUG ZorvikTunnel.cpp:106]d\n"},
+      {kLogError, "%s %n", LOG_ERR, "[ZORVIK ERROR ZorvikTunnel.cpp:106]%s %n\n"},
+      {5, "", LOG_ERR, "[ZORVIK ERROR ZorvikTunnel.cpp:106]\n"},
+      {-1, "minus", LOG_INFO, "[ZORVIK INFO ZorvikTunnel.cpp:106]minus\n"}};
+  for (const auto& [level, text, priority, line] : rows) {
+    capture.clear();
+    LogMessage("ZorvikTunnel.cpp", 106, level).stream() << text;
+    ASSERT_EQ(capture.lines().size(), 1u);
+    EXPECT_EQ(capture.lines()[0].text, line);
+    EXPECT_EQ(capture.lines()[0].priority, priority) << line;
+  }
 }
 
-TEST(LogTest, LevelsMapToWordsAndPriorities) {
-  LogCapture capture;
-  LogMessage("A.cpp", 1, kLogDebug).stream() << "d";
-  LogMessage("A.cpp", 2, kLogError).stream() << "e";
-  LogMessage("A.cpp", 3, 5).stream() << "five";
-  LogMessage("A.cpp", 4, -1).stream() << "minus";
-  auto lines = capture.lines();
-  ASSERT_EQ(lines.size(), 4u);
-  EXPECT_EQ(lines[0].text, "[ZORVIK DEBUG A.cpp:1]d\n");
-  EXPECT_EQ(lines[0].priority, LOG_DEBUG);
-  EXPECT_EQ(lines[1].text, "[ZORVIK ERROR A.cpp:2]e\n");
-  EXPECT_EQ(lines[1].priority, LOG_ERR);
-  EXPECT_EQ(lines[2].text, "[ZORVIK ERROR A.cpp:3]five\n");
-  EXPECT_EQ(lines[2].priority, LOG_ERR);
-  EXPECT_EQ(lines[3].text, "[ZORVIK INFO A.cpp:4]minus\n");
-  EXPECT_EQ(lines[3].priority, LOG_INFO);
-}
-
-TEST(LogTest, PercentSequencesAndEmptyMessagesAreKeptLiterally) {
-  LogCapture capture;
-  LogMessage("A.cpp", 7, kLogInfo).stream() << "%s %d %n";
-  LogMessage("A.cpp", 8, kLogInfo).stream();
-  auto lines = capture.lines();
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0].text, "[ZORVIK INFO A.cpp:7]%s %d %n\n");
-  EXPECT_EQ(lines[1].text, "[ZORVIK INFO A.cpp:8]\n");
-}
-
-TEST(LogTest, MacroFillsThisFileAndLine) {
-  LogCapture capture;
-  const int line = __LINE__ + 1;
-  ZLOG(kLogInfo) << "value=" << 42;
-  auto lines = capture.lines();
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_EQ(lines[0].text, "[ZORVIK INFO LogTest.cpp:" + std::to_string(line) + "]value=42\n");
+TEST(LogTest, LinesOfDifferentThreadsNeverMix) {
+  std::string received;  // taken a character at a time: overlapping calls would mix their lines
+  const LogSink previous = setLogSink([&](int, const std::string& text) {
+    for (char c : text) {
+      received += c;
+      std::this_thread::yield();
+    }
+  });
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([] {
+      for (int i = 0; i < 500; ++i) ZLOG(kLogInfo) << "thread " << i << " end";
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  setLogSink(previous);
+  std::istringstream lines(received);
+  int count = 0;
+  for (std::string line; std::getline(lines, line); ++count) {
+    ASSERT_TRUE(line.rfind('[') == 0 && line.find(" end") == line.size() - 4) << line;
+  }
+  EXPECT_EQ(count, 2000);
 }
 
 }  // namespace

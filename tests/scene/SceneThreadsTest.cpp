@@ -1,0 +1,287 @@
+// The scene engine in time and across threads: how a run chains its actions, what stop, a stale
+// timer event and a dropped scene leave behind, the manager's wait for a trusted clock, and many
+// callers at once. Each "quiro" action records "/usr/sbin/pellway 6 '<base64 of its payload>'".
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <syslog.h>
+
+#include <future>
+#include <thread>
+
+#include "action/Action.h"
+#include "scene/Scene.h"
+#include "scene/SceneManager.h"
+#include "server/Shell.h"
+#include "server/ZorvikTunnel.h"
+#include "store/DataManager.h"
+#include "support/LogCapture.h"
+#include "support/ShellRecorder.h"
+#include "support/TempDir.h"
+#include "support/TimerThread.h"
+#include "timer/TimerEventManager.h"
+
+namespace zorvik {
+namespace {
+
+using std::chrono::milliseconds;
+using Lines = std::vector<std::string>;
+using Actions = std::vector<std::tuple<char, int, bool>>;  // payload, delay, block
+const char kOk[] = R"({ "code": 0, "msg": "" })";
+
+std::shared_ptr<Scene> sceneOf(const Actions& actions) {
+  startTimerThreadOnce();
+  std::string text;
+  for (const auto& [payload, delay, block] : actions) {
+    text += std::string(text.empty() ? "[" : ",") +
+            R"({"thirdParty":"quiro","type":"t","payload":")" + payload + R"(","delay":)" +
+            std::to_string(delay) + (block ? "}" : R"(,"block":false})");
+  }
+  return std::make_shared<Scene>(1, "S", text + "]", "");
+}
+
+std::string pellway(const std::string& base64) { return "/usr/sbin/pellway 6 '" + base64 + "'"; }
+
+// Non-blocking successors start at once; a delay below 1 waits 500 ms first and 100 ms later. A
+// blocking action releases its successor when it runs, whose delay counts from then. The machine
+// may be slow: the bounds are lower bounds only.
+TEST(SceneRunTest, ActionsRunInOrderOfTheirDelaysAndBlockingRules) {
+  ShellRecorder shell;
+  const std::tuple<Actions, Lines, std::vector<int>> rows[] = {
+      // payloads a, b, c: YQ, Yg, Yw
+      {{{'a', 0, false}, {'b', -5, false}, {'c', 0, false}}, {"Yg", "Yw", "YQ"}, {90, 90, 490}},
+      {{{'a', 300, true}, {'b', 0, true}}, {"YQ", "Yg"}, {290, 390}}};
+  for (const auto& [actions, order, atLeastMs] : rows) {
+    shell.clear();
+    const auto scene = sceneOf(actions);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(scene->execute(), 0u);
+    ASSERT_TRUE(shell.waitForCount(order.size()));
+    EXPECT_FALSE(scene->isProcessing());  // the run was over when the last action's turn came
+    const std::vector<RecordedCommand> commands = shell.commands();
+    for (size_t i = 0; i < order.size(); ++i) {
+      EXPECT_EQ(commands[i].line, pellway(order[i]));
+      EXPECT_GE(commands[i].at - start, milliseconds(atLeastMs[i])) << order[i];
+    }
+  }
+}
+
+TEST(SceneRunTest, StopOrDropKillsPendingTimersSoNothingMoreRuns) {
+  ShellRecorder shell;
+  const auto stopped = sceneOf({{'a', 150, false}, {'b', 150, true}});
+  EXPECT_EQ(stopped->execute(), 0u);
+  stopped->stop();
+  EXPECT_FALSE(stopped->isProcessing());
+  for (const auto& action : stopped->actions()) EXPECT_FALSE(action->isRunning());
+  sceneOf({{'a', 100, false}, {'b', 100, true}})->execute();  // and dropped at once
+  std::this_thread::sleep_for(milliseconds(400));
+  EXPECT_EQ(shell.lines(), Lines{});
+  EXPECT_EQ(stopped->execute(), 0u);
+  EXPECT_TRUE(shell.waitForCount(2));
+}
+
+TEST(SceneRunTest, EventThatExpiredBeforeAStopIsIgnoredByTheNextRun) {
+  ShellRecorder shell;
+  const auto scene = sceneOf({{'a', 300, true}});
+  scene->execute();
+  const std::shared_ptr<Action> action = scene->actions()[0];
+  // The timer thread has taken the expired timer off its list but not yet delivered it when the
+  // scene is stopped and started again; then the late event arrives.
+  TimerEventManager::getInstance()->killTimer(action->timerId());
+  scene->stop();
+  EXPECT_EQ(scene->execute(), 0u);
+  action->timerEvent();
+  EXPECT_EQ(shell.lines(), Lines{});
+  EXPECT_TRUE(action->isRunning());
+  ASSERT_TRUE(shell.waitForCount(1));  // the second run's own timer
+  EXPECT_EQ(shell.lines(), Lines{pellway("YQ")});
+}
+
+// A shell whose one command waits until the test lets it go.
+struct GatedShell : Shell::Backend {
+  int system(const std::string&) override {
+    entered.set_value();
+    go.wait();
+    return 0;
+  }
+  std::optional<std::string> capture(const std::string&) override { return ""; }
+  std::promise<void> entered, release;
+  std::shared_future<void> go = release.get_future().share();
+};
+
+TEST(SceneRunTest, SceneRebuiltAndDroppedWhileAHandlerRunsLivesUntilTheHandlerEnds) {
+  auto scene = sceneOf({{'a', 1, true}});
+  const auto gate = std::make_shared<GatedShell>();
+  const auto previous = Shell::setBackend(gate);
+  scene->execute();
+  gate->entered.get_future().wait();
+  const std::weak_ptr<Action> action = scene->actions()[0];
+  const std::weak_ptr<Scene> watcher = scene;
+  scene->setActionsJson("[]");
+  EXPECT_EQ(scene->execute(), 3u);  // the rebuild lets go of the action inside its handler
+  scene.reset();
+  EXPECT_FALSE(action.expired() || watcher.expired());  // the timer thread still holds both
+  gate->release.set_value();
+  for (int i = 0; i < 400 && !watcher.expired(); ++i) std::this_thread::sleep_for(milliseconds(5));
+  EXPECT_TRUE(action.expired() && watcher.expired());
+  Shell::setBackend(previous);
+}
+
+TEST(SceneRunTest, LongRunsOfNonBlockingActionsStartWithoutDeepRecursion) {
+  const auto scene = sceneOf(Actions(2000, {'a', 60000, false}));
+  // A thread with a stack as small as a router's C library gives its threads.
+  pthread_attr_t small;
+  pthread_attr_init(&small);
+  pthread_attr_setstacksize(&small, 128 * 1024);
+  pthread_t thread;
+  auto run = [](void* scene) -> void* { return static_cast<Scene*>(scene)->execute(), nullptr; };
+  ASSERT_EQ(pthread_create(&thread, &small, run, scene.get()), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&small);
+  ASSERT_EQ(scene->actionCount(), 2000u);
+  EXPECT_TRUE(scene->actions().back()->isRunning());
+  scene->stop();
+}
+
+class SceneManagerThreadsTest : public ::testing::Test {
+ protected:
+  TempDir dir;
+  const std::string ntpFile = dir.file("ntp.status");
+  ShellRecorder shell;
+  DataManager store{dir.file("store") + "/", dir.file("factory.conf")};
+  LogCapture log;
+  // What the manager logged at `priority`; the timer thread may log meanwhile.
+  Lines logged(int priority) {
+    Lines messages;
+    for (const CapturedLine& line : log.lines()) {
+      if (line.priority == priority && line.text.find(" SceneManager.cpp:") != line.text.npos) {
+        messages.push_back(LogCapture::messageOf(line.text));
+      }
+    }
+    return messages;
+  }
+  std::vector<milliseconds> pauses;
+  // Its pauses are recorded; the clock turns OK at the 23rd.
+  SceneManager manager{&store, ntpFile, [this](milliseconds pause) {
+                         pauses.push_back(pause);
+                         if (pauses.size() == 23) dir.write("ntp.status", "OK\n");
+                       }};
+};
+
+TEST_F(SceneManagerThreadsTest, OnlyTheFirstLineOfTheStatusFileCountsInAnyLetterCase) {
+  const std::tuple<const char*, bool, std::string> rows[] = {
+      // null contents: no file
+      {"ntp ok\nsecond line\n", true, "===========> upper buffer: NTP OK"},
+      {"sync: Ok, stratum 2", true, "===========> upper buffer: SYNC: OK, STRATUM 2"},
+      {"unsynchronised\nOK\n", false, "===========> upper buffer: UNSYNCHRONISED"},
+      {"", false, "===========> upper buffer: "},
+      {nullptr, false, "Can not find ntp status file: " + ntpFile}};
+  for (const auto& [contents, ok, message] : rows) {
+    contents ? (void)dir.write("ntp.status", contents) : (void)std::remove(ntpFile.c_str());
+    log.clear();
+    EXPECT_EQ(manager.isNtpOk(), ok) << message;
+    EXPECT_EQ(logged(LOG_ERR), Lines{message});
+  }
+}
+
+TEST_F(SceneManagerThreadsTest, WaitLoopPausesFiveSecondsTwentyTimesThenTwenty) {
+  manager.ntpWaitLoop();
+  std::vector<milliseconds> expectedPauses;
+  Lines expectedLog;
+  for (int times = 1; times <= 23; ++times) {
+    expectedPauses.push_back(milliseconds(times <= 20 ? 5000 : 20000));
+    expectedLog.push_back("Waiting for ntp status ok, times: " + std::to_string(times) +
+                          " duration: " + (times <= 20 ? "5" : "20"));
+  }
+  expectedLog.push_back("Ntp status ok, now add existing alarm");
+  EXPECT_EQ(pauses, expectedPauses);
+  EXPECT_EQ(logged(LOG_INFO), expectedLog);
+  EXPECT_TRUE(manager.ntpReady());
+}
+
+TEST_F(SceneManagerThreadsTest, StartTrustsAnOkClockAtOnceAndElseWaitsOnItsOwnThread) {
+  dir.write("ntp.status", "OK\n");
+  manager.start();
+  EXPECT_EQ(pauses, std::vector<milliseconds>{milliseconds(200)});
+  EXPECT_TRUE(manager.ntpReady());
+  std::remove(ntpFile.c_str());
+  std::promise<void> returned;  // the wait thread's first pause lasts until start() returned
+  SceneManager waiting(&store, ntpFile, [&, done = returned.get_future().share()](milliseconds p) {
+    if (p < std::chrono::seconds(1)) return;
+    done.wait_for(std::chrono::seconds(2));
+    dir.write("ntp.status", "OK\n");
+  });
+  waiting.start();
+  EXPECT_FALSE(waiting.ntpReady());
+  returned.set_value();
+  for (int i = 0; i < 500 && !waiting.ntpReady(); ++i) {
+    std::this_thread::sleep_for(milliseconds(10));
+  }
+  EXPECT_TRUE(waiting.ntpReady());
+  waiting.getScenesCount();  // returns once the wait thread has let go of the manager
+}
+
+// Alarm texts are read (and logged) when the manager asks about them, which it does only once the
+// clock is trusted: then it reads every stored one and each launch that changes.
+TEST_F(SceneManagerThreadsTest, AlarmsAreReadOnlyOnceTheClockIsTrustedAndNeverStopTheManager) {
+  const auto timer = [](const std::string& time) {
+    return R"({"timer":{"time":")" + time + R"(","repeat":"1"}})";
+  };
+  ASSERT_TRUE(store.insertScene(Scene(1, "stored", "[]", timer("06:00"))));
+  SceneManager scenes(&store, ntpFile);
+  for (const int id : {2, 3}) {  // scene 2 changes before the clock is trusted, scene 3 after
+    log.clear();
+    if (id == 3) scenes.addExistingAlarms();
+    const std::string at = std::to_string(id) + ":0";
+    scenes.addScene(0, "s", "[]", timer(at + "1"));
+    scenes.updateScene(id, "s", "[]", timer(at + "2"));
+    scenes.setSceneLaunch(id, timer(at + "3"));
+    Lines read;
+    for (const std::string& message : log.messages()) {
+      if (message.rfind("Alarm timer time: ", 0) == 0) read.push_back(message.substr(18));
+    }
+    EXPECT_EQ(read, (id == 2 ? Lines{} : Lines{"06:00", "2:03", "3:01", "3:02", "3:03"}));
+  }
+  for (const char* odd : {R"({"timer":{"time":null,"repeat":null,"utc_time":null}})",
+                          R"({"timer":"07:xx"})", R"({"timer":{"time":"","repeat":"9,-1,,"}})",
+                          R"({"timer":[1,2]})", R"({"timer":{"time":"7:0-2)3","repeat":"1"}})"}) {
+    EXPECT_EQ(scenes.addScene(0, "odd", "[]", odd).find(R"({ "code": 0, ")"), 0u) << odd;
+  }
+  EXPECT_EQ(scenes.recordSceneByCrontab(), kOk);
+  EXPECT_EQ(scenes.startSceneByCrontab(1, "07:30"), kOk);
+}
+
+// Three callers at once through the tunnel, each adding, changing, starting, stopping and
+// removing scenes of its own while presence events start everybody's: each gets its own replies,
+// and in the end the registry and the store agree row by row.
+TEST_F(SceneManagerThreadsTest, ConcurrentCallersKeepRegistryAndStoreInStep) {
+  startTimerThreadOnce();
+  const std::string rest =
+      R"(","launch":{"go_home":{"mac":"AA"}},"action_list":[{"thirdParty":"quiro","type":"t",)"
+      R"("payload":"a","delay":1,"block":false},{"thirdParty":"quiro","type":"t","delay":2}]})";
+  auto caller = [&](int t) {
+    const auto call = [&](const std::string& command, const std::string& members) {
+      return ZorvikTunnel::getInstance().handleCommand(
+          R"({"command":")" + command + "\"," + members, manager);
+    };
+    for (int i = 0; i < 30; ++i) {
+      const std::string name = std::to_string(t) + "-" + std::to_string(i);
+      const std::string added = call("scene_setting", R"("name":")" + name + rest);
+      const std::string id = R"("id":)" + std::to_string(std::atoi(&added[added.rfind(':') + 1]));
+      call("scene_start", id + "}");  // 0, or 3505 when a presence event came first
+      call("scene_start_by_device_status", R"("mac":"aa","connected":true})");
+      EXPECT_EQ(call("scene_update", id + R"(,"name":")" + name + "!" + rest), kOk) << added;
+      EXPECT_NE(call("get_single_scene_setting", id + "}").find(name + "!"), std::string::npos);
+      EXPECT_EQ(call(i % 3 ? "scene_stop" : "scene_delete", id + "}"), kOk);
+    }
+  };
+  std::vector<std::thread> callers;
+  for (int t = 0; t < 3; ++t) callers.emplace_back(caller, t);
+  for (std::thread& thread : callers) thread.join();
+  for (int id = 1; id <= 90; ++id) manager.stopScene(id);
+  EXPECT_EQ(manager.getScenesCount(), R"({ "code": 0, "msg": "", "count": 60 })");
+  EXPECT_EQ(SceneManager(&store, ntpFile).getAllScenes(), manager.getAllScenes());
+  EXPECT_GT(shell.lines().size(), 0u);
+}
+
+}  // namespace
+}  // namespace zorvik
