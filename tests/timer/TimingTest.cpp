@@ -174,7 +174,7 @@ const Row kRows[] = {
     {R"({"utc_time":1704153600999})", "01-01 00:00", "once 24:00:00 -1"},  // 01-02 00:00 UTC
     {R"({"utc_time":1704092400000})", "01-01 07:00", "once 00:00:00 -1"},  // 07:00 UTC
     {R"({"utc_time":"1000"})", "01-01 07:00", "once -1 -1"},
-    {R"({"utc_time":0})", "01-01 07:00", "invalid -1 -1"},
+    {R"({"utc_time":0,"repeat":"1"})", "01-01 07:00", "invalid -1 -1"},  // no time: not weekly
     {R"({"time":"07:30","repeat":"1","utc_time":1704099600000})", "01-01 07:30",
      "once weekly 01:30:00 168:00:00"},
     {R"({"utc_time":2069896291200000})", "01-01 07:00", "once throws -1"},  // year 67562
@@ -248,7 +248,7 @@ TEST(AlarmManagerTest, ScriptsOfRegistrationsAndFirings) {
       {"! +p +x ~a", "ERROR Error: nearest alarm is null ???; arm 600000"},
       {"*bxpab ! ! !",
        "clear p; arm 600000; fire a; arm 1200000; fire b; arm 1200000; fire b; arm 605400000"},
-      {"+a +b -b -c +b -a -b", "arm 600000; kill 1; arm 1200000; kill 1"},
+      {"+a +b +b -b -c +b -a -b", "arm 600000; kill 1; arm 1200000; kill 1"},
       {"+a +b a=08:00 ~a ! !",
        "arm 600000; kill 1; arm 1200000; fire b; arm 1800000; fire a; arm 606000000"},
       {"+a +b b=07:35 ~b !", "arm 600000; kill 1; arm 300000; fire b; arm 600000"},
