@@ -1,7 +1,6 @@
 # Bad frames, each on a connection of its own. Garbage in a frame, a tiny frame whose parameter
 # announces 2 GiB, one whose unversioned method name announces 256 MiB and an empty one get no
 # answer, and the connection stays.
-ran: /usr/sbin/nvram get model
 $ printf '\0\0\0\x10\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff' | ask
 silent
 log: [ZORVIK INFO main.cpp:NN]thrift: TNonblockingServer: process() exception: N6apache6thrift8protocol18TProtocolExceptionE: Bad version identifier
@@ -56,7 +55,6 @@ peak below 64 MiB
 # Connections beyond what the descriptor limit allows are closed at once; the daemon stays and
 # serves new callers once they are gone.
 $ stop zorvik; start low 100
-ran: /usr/sbin/nvram get model
 $ for i in $(seq 120); do exec {c}<>/dev/tcp/127.0.0.1/9096; held+=($c); done; sleep 0.5
 > for c in ${held[@]}; do read -t 0 -u $c && closed=$((closed + 1)); exec {c}>&-; done
 > [ $closed -gt 0 ] && echo "some closed at once"; zorvikctl count
