@@ -15,15 +15,14 @@ build: deps
 test: build
 	ctest --test-dir $(BUILD_DIR) --output-on-failure -j $(JOBS)
 
-# The unit suites again under AddressSanitizer + UndefinedBehaviorSanitizer, and ThreadSanitizer
-# (there with the stress tests, which drive a ThreadSanitizer build of the daemon).
+# The unit suites again under AddressSanitizer + UndefinedBehaviorSanitizer, and ThreadSanitizer.
 test-asan: deps
 	$(MAKE) build BUILD_DIR=build-asan CMAKE_FLAGS="-DZORVIK_SANITIZE=address -DCMAKE_BUILD_TYPE=Debug"
 	ctest --test-dir build-asan --output-on-failure -j $(JOBS) -L unit
 
 test-tsan: deps
 	$(MAKE) build BUILD_DIR=build-tsan CMAKE_FLAGS="-DZORVIK_SANITIZE=thread -DCMAKE_BUILD_TYPE=Debug"
-	ctest --test-dir build-tsan --output-on-failure -j $(JOBS) -L 'unit|stress'
+	ctest --test-dir build-tsan --output-on-failure -j $(JOBS) -L unit
 
 run: build
 	scripts/run-dev.sh $(BUILD_DIR)

@@ -5,9 +5,11 @@
 // the stripped binary against the empty server's.
 //
 // The daemon runs unmodified in the end-to-end tests' sandbox (its own namespaces, /etc/zorvik,
-// /tmp and 127.0.0.1), so it needs root; the empty server runs in the same network namespace.
+// /tmp and 127.0.0.1), which scripts/bench.sh sets up and runs this program in the sandbox's
+// network namespace; the empty server runs there too.
 //
-// Usage: zorvik_bench [--output FILE] [--command TEXT]
+// Usage: zorvik_bench --sandbox FOLDER --log-socket PATH [--output FILE] [--command TEXT]
+// (FOLDER: the sandbox's folder; PATH: its /dev/log as the host reaches it.)
 #include <signal.h>
 
 #include <fstream>
@@ -16,32 +18,32 @@
 
 #include "DaemonBench.h"
 #include "ResultTable.h"
-#include "Sandbox.h"
+#include "SandboxControl.h"
 
 int main(int argc, char** argv) {
+  std::string folder;
+  std::string logSocket;
   std::string output;
   std::string command = "make bench";
   for (int i = 1; i + 1 < argc; i += 2) {
     const std::string option = argv[i];
+    if (option == "--sandbox") folder = argv[i + 1];
+    if (option == "--log-socket") logSocket = argv[i + 1];
     if (option == "--output") output = argv[i + 1];
     if (option == "--command") command = argv[i + 1];
   }
-  const std::string unavailable = zorvik::Sandbox::unavailableReason();
-  if (!unavailable.empty()) {
-    std::cerr << "zorvik_bench: the daemon's sandbox cannot run here: " << unavailable << std::endl;
+  if (folder.empty() || logSocket.empty()) {
+    std::cerr << "usage: zorvik_bench --sandbox FOLDER --log-socket PATH [--output FILE] "
+                 "[--command TEXT] (run by scripts/bench.sh)"
+              << std::endl;
     return 2;
   }
   // A caller that vanished must not end the benchmark.
   signal(SIGPIPE, SIG_IGN);
 
-  zorvik::Sandbox sandbox;
-  std::string error;
-  if (!sandbox.start(error)) {
-    std::cerr << "zorvik_bench: " << error << std::endl;
-    return 1;
-  }
+  const zorvik::SandboxControl sandbox(folder);
   zorvik::ResultTable table;
-  zorvik::DaemonBench bench(sandbox, table);
+  zorvik::DaemonBench bench(sandbox, logSocket, table);
   bench.run();
   zorvik::DaemonBench::addMethodNotes(table);
   if (bench.failures() != 0) {

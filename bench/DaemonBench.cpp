@@ -1,7 +1,13 @@
 #include "DaemonBench.h"
 
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -11,8 +17,9 @@
 #include <vector>
 
 #include "SceneDatabase.h"
-#include "SyslogDrain.h"
 #include "TimerAccuracy.h"
+
+extern char** environ;
 
 namespace zorvik {
 namespace {
@@ -99,9 +106,40 @@ std::string mixedRequest(int caller, uint64_t n) {
   }
 }
 
+std::string makeScratchFolder() {
+  std::string pattern =
+      (std::filesystem::temp_directory_path() / "zorvik-bench-scratch.XXXXXX").string();
+  return mkdtemp(pattern.data()) != nullptr ? pattern : std::string();
+}
+
+// A TCP connection to 127.0.0.1:`port` of this network namespace; -1 when there is none.
+int connectToLoopback(int port) {
+  const int connection = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in peer{};
+  peer.sin_family = AF_INET;
+  peer.sin_port = htons(static_cast<uint16_t>(port));
+  inet_pton(AF_INET, kLoopback, &peer.sin_addr);
+  if (connection >= 0 &&
+      connect(connection, reinterpret_cast<sockaddr*>(&peer), sizeof(peer)) == 0) {
+    return connection;
+  }
+  if (connection >= 0) close(connection);
+  return -1;
+}
+
 }  // namespace
 
-DaemonBench::DaemonBench(Sandbox& sandbox, ResultTable& table) : sandbox_(sandbox), table_(table) {}
+DaemonBench::DaemonBench(const SandboxControl& sandbox, std::string logSocket, ResultTable& table)
+    : sandbox_(sandbox),
+      logSocket_(std::move(logSocket)),
+      table_(table),
+      scratch_(makeScratchFolder()) {}
+
+DaemonBench::~DaemonBench() {
+  stopEmptyServer();
+  std::error_code ignored;
+  if (!scratch_.empty()) std::filesystem::remove_all(scratch_, ignored);
+}
 
 void DaemonBench::run() {
   measureStartup();
@@ -115,8 +153,8 @@ void DaemonBench::run() {
   stopEmptyServer();
 }
 
-RequestLoad::Connector DaemonBench::connectorTo(int port) const {
-  return [this, port] { return sandbox_.connectTo(kLoopback, port); };
+RequestLoad::Connector DaemonBench::connectorTo(int port) {
+  return [port] { return connectToLoopback(port); };
 }
 
 // Milliseconds from `start` to the first answer on `port` (a failure when none comes).
@@ -130,7 +168,7 @@ double DaemonBench::millisecondsToFirstAnswer(Clock::time_point start, int port)
 }
 
 DaemonProcess DaemonBench::findDaemon() {
-  const std::optional<DaemonProcess> daemon = DaemonProcess::find(sandbox_);
+  const std::optional<DaemonProcess> daemon = DaemonProcess::find();
   if (!daemon) ++failures_;
   return daemon.value_or(DaemonProcess(kNoProcess));
 }
@@ -142,7 +180,17 @@ void DaemonBench::fillStore(int scenes) const {
 
 double DaemonBench::startEmptyServer() {
   const Clock::time_point start = Clock::now();
-  emptyServer_ = sandbox_.spawnInNetwork({EMPTY_SERVER_BINARY, std::to_string(kEmptyServerPort)});
+  const std::string port = std::to_string(kEmptyServerPort);
+  char* const arguments[] = {const_cast<char*>(EMPTY_SERVER_BINARY),
+                             const_cast<char*>(port.c_str()), nullptr};
+  // Thrift's notes on standard error would clutter the table.
+  posix_spawn_file_actions_t quiet;
+  posix_spawn_file_actions_init(&quiet);
+  posix_spawn_file_actions_addopen(&quiet, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  if (posix_spawn(&emptyServer_, EMPTY_SERVER_BINARY, &quiet, nullptr, arguments, environ) != 0) {
+    emptyServer_ = kNoProcess;
+  }
+  posix_spawn_file_actions_destroy(&quiet);
   return millisecondsToFirstAnswer(start, kEmptyServerPort);
 }
 
@@ -230,7 +278,7 @@ void DaemonBench::measureStoring() {
       RequestLoad::run(connectorTo(kDaemonPort), plan, [](int, uint64_t n) {
         return storeRequest("scene_setting", static_cast<int>(n) + 1, false);
       });
-  const Samples bare = SceneDatabase::timeSingleInserts(scratch_.path().string(), kStoredScenes);
+  const Samples bare = SceneDatabase::timeSingleInserts(scratch_, kStoredScenes);
   table_.add({"scene_setting: median latency", daemon.latencyUs.median(), bare.median(), "µs",
               "bare SQLite insert"});
   table_.add({"scene_setting: p99 latency", daemon.latencyUs.p99(), bare.p99(), "µs",
@@ -255,19 +303,18 @@ void DaemonBench::measureIdleWakeUps() {
   const DaemonProcess emptyServer(emptyServer_);
   const long daemonBefore = daemon_.contextSwitches();
   const long emptyBefore = emptyServer.contextSwitches();
-  const int passesBefore = sandbox_.syslog().count(kTimerPassLine);
+  const int passesBefore = sandbox_.countLogLines(kTimerPassLine);
   std::this_thread::sleep_for(kIdleWindow);
   const double seconds = std::chrono::duration<double>(kIdleWindow).count();
   const double daemonRate = (daemon_.contextSwitches() - daemonBefore) / seconds;
   const double emptyRate = (emptyServer.contextSwitches() - emptyBefore) / seconds;
-  const double passRate = (sandbox_.syslog().count(kTimerPassLine) - passesBefore) / seconds;
+  const double passRate = (sandbox_.countLogLines(kTimerPassLine) - passesBefore) / seconds;
   table_.add({"idle wake-ups, all threads", daemonRate, emptyRate, "per s", kEmpty});
   table_.add(
       {"idle timer-thread passes (\"process next event\")", passRate, 0, "per s", "none expected"});
 }
 
 void DaemonBench::measureTimers() {
-  SyslogDrain log(scratch_.file("timer-log.sock"));
   struct TimerCase {
     const char* label;
     TimerAccuracy::Plan plan;
@@ -278,7 +325,7 @@ void DaemonBench::measureTimers() {
       {"1000 pending, 1-2 s delays", {1000, milliseconds(1000), 1000, milliseconds(4000)}},
   };
   for (const TimerCase& timerCase : cases) {
-    const Samples daemon = TimerAccuracy::daemonTimers(timerCase.plan, log.path());
+    const Samples daemon = TimerAccuracy::daemonTimers(timerCase.plan, logSocket_);
     const Samples plain = TimerAccuracy::conditionVariableTimers(timerCase.plan);
     const std::string what = std::string("timer lateness, ") + timerCase.label;
     table_.add(
@@ -288,7 +335,7 @@ void DaemonBench::measureTimers() {
 }
 
 double DaemonBench::strippedKiB(const std::string& binary) const {
-  const std::string copy = scratch_.file("stripped");
+  const std::string copy = scratch_ + "/stripped";
   const std::string command = "strip --strip-all -o '" + copy + "' '" + binary + "'";
   if (std::system(command.c_str()) != 0) return 0;
   return static_cast<double>(std::filesystem::file_size(copy)) / 1024;
@@ -302,9 +349,10 @@ void DaemonBench::measureBinarySize() {
 void DaemonBench::addMethodNotes(ResultTable& table) {
   table.note(
       "The daemon is the Release build, unmodified, in the end-to-end tests' sandbox; its "
-      "syslog goes to a /dev/log socket drained by the benchmark. The empty server runs in "
-      "the same network namespace. Clients, servers and the benchmark share all CPUs, and "
-      "request figures are taken in alternating rounds of daemon and empty server.");
+      "syslog goes to the sandbox's /dev/log, which a reader inside the sandbox drains into "
+      "a file. The empty server and the benchmark run in the sandbox's network namespace. "
+      "Clients, servers and the benchmark share all CPUs, and request figures are taken in "
+      "alternating rounds of daemon and empty server.");
   table.note(
       "get_single_scene_setting asks for scene 500 of 1000; scene_setting stores scenes "
       "of the same texts one at a time (SQLite's default journal, one transaction each); "
@@ -318,8 +366,9 @@ void DaemonBench::addMethodNotes(ResultTable& table) {
       "stored alarm (four log lines each).");
   table.note(
       "Timer lateness is measured in this process with the daemon's timer thread, its "
-      "log lines sent as datagrams like syslog's; every timer re-arms itself when it "
-      "fires. With delays that are not whole seconds, an expiry's microseconds may exceed "
+      "log lines sent as datagrams to the sandbox's /dev/log like syslog's; every timer "
+      "re-arms itself when it fires. With delays that are not whole seconds, an expiry's "
+      "microseconds may exceed "
       "999999; a pass in the last second before such a timer is due computes a negative "
       "select() timeout, fails and sleeps one second, as the timer thread is specified to "
       "do, and every timer due meanwhile fires late.");

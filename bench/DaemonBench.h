@@ -4,6 +4,7 @@
 // a scene against bare SQLite, resident memory after a mixed load, idle wake-ups, timer lateness
 // against a condition-variable loop, and the stripped binary against the empty server's.
 //
+// Runs inside the sandbox's network namespace, where the daemon's 127.0.0.1 is its own.
 // Ownership: borrows the sandbox and the table; owns the empty server process it starts and a
 // scratch folder for the baselines' files.
 // Threading: one thread runs it (the request loads start their own callers).
@@ -19,14 +20,17 @@
 #include "DaemonProcess.h"
 #include "RequestLoad.h"
 #include "ResultTable.h"
-#include "Sandbox.h"
-#include "support/TempDir.h"
+#include "SandboxControl.h"
 
 namespace zorvik {
 
 class DaemonBench {
  public:
-  DaemonBench(Sandbox& sandbox, ResultTable& table);
+  // `logSocket` is the sandbox's /dev/log as the host reaches it.
+  DaemonBench(const SandboxControl& sandbox, std::string logSocket, ResultTable& table);
+  ~DaemonBench();
+  DaemonBench(const DaemonBench&) = delete;
+  DaemonBench& operator=(const DaemonBench&) = delete;
 
   // Runs every measurement; the empty server is stopped at the end.
   void run();
@@ -40,7 +44,7 @@ class DaemonBench {
   // A pid no process has; a DaemonProcess of it reads as gone.
   static constexpr pid_t kNoProcess = -1;
 
-  RequestLoad::Connector connectorTo(int port) const;
+  static RequestLoad::Connector connectorTo(int port);
   // Milliseconds from `start` to the first answer on `port` (a failure when none comes).
   double millisecondsToFirstAnswer(Clock::time_point start, int port);
   // The serving daemon seen from the host; when it cannot be found, a failure and a process that
@@ -62,9 +66,10 @@ class DaemonBench {
   double strippedKiB(const std::string& binary) const;
   void measureBinarySize();
 
-  Sandbox& sandbox_;
+  const SandboxControl& sandbox_;
+  const std::string logSocket_;
   ResultTable& table_;
-  TempDir scratch_;  // bare SQLite's files, stripped copies, the timer log's socket
+  const std::string scratch_;         // bare SQLite's files and stripped copies
   DaemonProcess daemon_{kNoProcess};  // the instance that serves the request loads, once found
   pid_t emptyServer_ = kNoProcess;
   long emptyIdleKiB_ = 0;

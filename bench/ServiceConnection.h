@@ -1,10 +1,9 @@
-// ServiceConnection: a client of the Zorvik service over one connected socket, with the framed
-// transport and binary protocol that the router's own callers use. The protocol is also open to
-// hand-made messages (a method name the service does not have, for instance).
+// ServiceConnection: a caller of the Zorvik service over one connected socket, with the framed
+// transport and binary protocol that the router's own callers use.
 //
 // Ownership: takes over the socket and closes it. Not shared between threads.
-#ifndef ZORVIK_TESTS_E2E_SERVICECONNECTION_H_
-#define ZORVIK_TESTS_E2E_SERVICECONNECTION_H_
+#ifndef ZORVIK_BENCH_SERVICECONNECTION_H_
+#define ZORVIK_BENCH_SERVICECONNECTION_H_
 
 #include <thrift/protocol/TProtocol.h>
 #include <thrift/transport/TBufferTransports.h>
@@ -27,7 +26,6 @@ class ServiceConnection {
 
   // One `request` call; throws apache::thrift::TException when the call fails.
   std::string request(const std::string& parameter);
-  apache::thrift::protocol::TProtocol& protocol() { return *protocol_; }
 
  private:
   std::shared_ptr<apache::thrift::transport::TSocket> socket_;
@@ -38,4 +36,4 @@ class ServiceConnection {
 
 }  // namespace zorvik
 
-#endif  // ZORVIK_TESTS_E2E_SERVICECONNECTION_H_
+#endif  // ZORVIK_BENCH_SERVICECONNECTION_H_

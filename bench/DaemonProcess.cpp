@@ -1,42 +1,24 @@
 #include "DaemonProcess.h"
 
-#include <linux/sockios.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 
 namespace zorvik {
 namespace {
 
-constexpr int kServicePort = 9096;
 constexpr char kDaemonName[] = "zorvik";
 
 std::string procFile(pid_t pid, const std::string& name) {
   return "/proc/" + std::to_string(pid) + "/" + name;
 }
 
-// The inode of the network namespace that a socket of the sandbox belongs to; 0 if unknown.
-ino_t sandboxNetwork(const Sandbox& sandbox) {
-  const int connection = sandbox.connectTo("127.0.0.1", kServicePort);
-  if (connection < 0) return 0;
-  const int space = ioctl(connection, SIOCGSKNS);
-  close(connection);
-  if (space < 0) return 0;
+ino_t networkOf(const std::string& process) {
   struct stat status {};
-  const bool known = fstat(space, &status) == 0;
-  close(space);
-  return known ? status.st_ino : 0;
-}
-
-ino_t networkOf(pid_t pid) {
-  struct stat status {};
-  return stat(procFile(pid, "ns/net").c_str(), &status) == 0 ? status.st_ino : 0;
+  return stat(("/proc/" + process + "/ns/net").c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
 std::string firstLineOf(const std::string& path) {
@@ -71,24 +53,20 @@ bool isLiveDaemon(pid_t pid) {
 
 }  // namespace
 
-std::optional<DaemonProcess> DaemonProcess::find(const Sandbox& sandbox) {
-  const ino_t network = sandboxNetwork(sandbox);
+std::optional<DaemonProcess> DaemonProcess::find() {
+  const ino_t network = networkOf("self");
   if (network == 0) return std::nullopt;
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
     const std::string name = entry.path().filename().string();
     if (name.find_first_not_of("0123456789") != std::string::npos) continue;
     const pid_t pid = static_cast<pid_t>(std::stol(name));
-    if (networkOf(pid) == network && isLiveDaemon(pid)) return DaemonProcess(pid);
+    if (networkOf(name) == network && isLiveDaemon(pid)) return DaemonProcess(pid);
   }
   return std::nullopt;
 }
 
 long DaemonProcess::residentKiB() const { return numberField(procFile(pid_, "status"), "VmRSS"); }
-
-long DaemonProcess::peakResidentKiB() const {
-  return numberField(procFile(pid_, "status"), "VmHWM");
-}
 
 long DaemonProcess::contextSwitches() const {
   std::error_code error;
@@ -100,29 +78,6 @@ long DaemonProcess::contextSwitches() const {
                 std::max(0L, numberField(status, "nonvoluntary_ctxt_switches"));
   }
   return error ? -1 : switches;
-}
-
-long DaemonProcess::openDescriptors() const {
-  std::error_code error;
-  long count = 0;
-  for (std::filesystem::directory_iterator it(procFile(pid_, "fd"), error), end;
-       !error && it != end; it.increment(error)) {
-    ++count;
-  }
-  return error ? -1 : count;
-}
-
-long DaemonProcess::descriptorLimit() const {
-  std::ifstream in(procFile(pid_, "limits"));
-  std::string line;
-  while (std::getline(in, line)) {
-    if (line.rfind("Max open files", 0) != 0) continue;
-    std::istringstream fields(line.substr(sizeof("Max open files") - 1));
-    std::string soft;
-    fields >> soft;
-    return soft == "unlimited" ? -1 : std::stol(soft);
-  }
-  return -1;
 }
 
 }  // namespace zorvik

@@ -1,0 +1,44 @@
+# The daemon as a whole: start-up lines, log, zorvikctl's exit status, loopback only, 3 workers.
+$ cat $STATE/daemon/zorvik.stdout $STATE/daemon/zorvik.stderr
+argc is 1, argv is NULL? 0
+run server accept all connections.
+ran: /usr/sbin/nvram get model
+log: [ZORVIK INFO DataManager.cpp:NN]Create Database folder at: /etc/zorvik/
+$ for request in count '{"command":"scene_stat"}' 'get seven'; do
+>   zorvikctl $request 2>&1; echo "exit $?"; done
+{ "code": 0, "msg": "", "count": 0 }
+exit 0
+{ "code": -1, "msg": "api not exists" }
+zorvikctl: the daemon answered code -1
+exit 1
+zorvikctl: not a scene id: seven
+exit 2
+log: [ZORVIK INFO ZorvikTunnel.cpp:NN]get scenes count
+$ (: </dev/tcp/192.168.31.1/9096) 2>/dev/null || echo "192.168.31.1 refuses"
+192.168.31.1 refuses
+$ { frame Request '{"command":"get_scene_count"}'; frame request '{"command":"nope"}'; } | ask 2
+exception Request
+Invalid method name: 'Request'
+1
+reply request
+{ "code": -1, "msg": "api not exists" }
+$ echo start second >$STATE/control; ended second
+second ended: 1
+zorvik: cannot serve on 127.0.0.1:9096: Could not bind: Address already in use
+ran: /usr/sbin/nvram get model
+# Three status records hold the three workers (each waits 1.5 s for the logger, one after the
+# other): a fourth request waits until the first record is done, and is answered then.
+$ echo 1.5 >$STATE/stub/logger.delay
+> zorvikctl '{"command":"scene_setting","name":"Night","action_list":[]}'
+{ "code": 0, "msg": "", "id": 1 }
+$ for i in 1 2 3; do (zorvikctl '{"command":"scene_record_by_crontab"}'
+>   echo $EPOCHREALTIME >>$STATE/done) >/dev/null & done
+ran: /usr/bin/logger stat_points_none zorvik_scene_status=1:1
+$ sleep 0.3; asked=$EPOCHREALTIME; zorvikctl '{"command":"scene_start"}'; answered=$EPOCHREALTIME
+{ "code": 3, "msg": "parameter format error" }
+$ wait; sort -n $STATE/done | awk -v asked=$asked -v answered=$answered '{ done[NR] = $1 }
+>   END { print (answered - asked > 0.8 ? "queued" : "not queued"), "until",
+>     (answered - done[1] < 0.75 ? "the first record was done" : "later") }'
+queued until the first record was done
+ran: /usr/bin/logger stat_points_none zorvik_scene_status=1:1
+ran: /usr/bin/logger stat_points_none zorvik_scene_status=1:1

@@ -1,0 +1,24 @@
+# Scenes, their action lists and launch modes survive a restart, and ids go on from there.
+$ zorvikctl '{"command":"scene_setting","name":"Night","action_list":[{"thirdParty":"quiro",
+> "type":"light","delay":5000,"payload":"on"}],"launch":{"go_home":{"mac":"AA:BB:CC:DD:EE:01"}}}'
+{ "code": 0, "msg": "", "id": 1 }
+$ stop zorvik; zorvikctl count 2>&1; echo "exit $?"; start again; zorvikctl list
+zorvikctl: no answer from the zorvik daemon on 127.0.0.1:9096 (is it running?): socket open() error: Connection refused
+exit 3
+{ "code": 0, "msg": "", "scene_list": [ { "id": 1, "name": "Night", "action_list": [ { "thirdParty": "quiro", "type": "light", "delay": 5000, "payload": "on" } ], "launch": { "go_home": { "mac": "AA:BB:CC:DD:EE:01" } } } ] }
+$ zorvikctl '{"command":"scene_setting","name":"Day","action_list":[]}'
+{ "code": 0, "msg": "", "id": 2 }
+
+# A client adds scenes while the daemon is killed with SIGKILL and started again, four times:
+# every answered scene is there after each restart, and no other but the one the kill cut off.
+$ for n in 1 2 3 4; do
+>   (for i in $(seq 500); do
+>     echo k$n-$i >$STATE/cut
+>     zorvikctl "{\"command\":\"scene_setting\",\"name\":\"k$n-$i\",\"action_list\":[]}" || break
+>     echo k$n-$i >>$STATE/answered
+>   done) >/dev/null 2>&1 & sleep 0.$((RANDOM % 5 + 2)); stop ${last:-again}; wait $!; start k$n
+>   zorvikctl list | grep -o '"name": "k[^"]*' | cut -d'"' -f4 | sort >$STATE/listed
+>   sort $STATE/answered | comm -3 - $STATE/listed | grep -vx "	$(cat $STATE/cut)"
+>   cp $STATE/listed $STATE/answered; last=k$n
+> done; [ $(wc -l <$STATE/answered) -gt 20 ] && echo "more than 20 answered"
+more than 20 answered

@@ -1,0 +1,118 @@
+#!/usr/bin/env bash
+# run.sh CASE BIN_DIR...: plays an end-to-end case against the unmodified daemon (zorvik, with
+# zorvikctl, in the BIN_DIRs) in a sandbox of its own; exits 0 when it passed, 1 when it failed,
+# 77 when no sandbox can run here. A case is a transcript, played once instance "zorvik" answers:
+#   $ COMMAND   bash in the sandbox's network, BIN_DIRs on PATH; "> MORE" lines continue it
+#   OUTPUT      the command's standard output, line by line, exactly
+#   log: LINE   a line the daemon logs after the one matched last; "file.cpp:NN]" is any number
+#   ran: CALL   the next call of a stub program or sibling service, exactly; if a case has ran:
+#               lines, no call may be left unchecked at its end
+#   # TEXT      a comment (as are blank lines)
+# Commands see $STATE (the sandbox's folder), $PROC (/proc of the instance started last) and:
+# start NAME [NOFILE] (an instance, answering), stop NAME (SIGKILL), ended NAME (prints its exit
+# status and standard error), frame METHOD TEXT (a framed call), pad SIZE (a get_scene_count
+# request whose call is SIZE bytes) and ask [N] (sends standard input on a connection of its
+# own and prints, N times, the reply's kind, name and fields, "silent" or "closed").
+here=$(cd "$(dirname "$0")" && pwd)
+case=$1
+shift
+if [ -z "$ZORVIK_SANDBOX" ]; then
+  skip() { echo "skipped: $*" && exit 77; }
+  [ "$(id -u)" = 0 ] || skip "the sandbox needs root"
+  for tool in unshare nsenter ip perl; do command -v $tool >/dev/null || skip "no $tool here"; done
+  unshare -m -n -p -f true 2>/dev/null || skip "this machine refuses new namespaces"
+  for dir; do [ ! -x "$dir/zorvik" ] || daemon=$dir/zorvik; done
+  STATE=$(mktemp -d "${TMPDIR:-/tmp}/zorvik-e2e.XXXXXX")
+  unshare --mount --net --pid --kill-child --mount-proc --propagation private -- \
+    sh "$here/sandbox.sh" "$STATE" "${daemon:?no zorvik in $*}" --private-net \
+    >"$STATE/sandbox.log" 2>&1 &
+  sandbox=$!
+  export ZORVIK_SANDBOX=$sandbox STATE
+  trap '{ kill -9 $sandbox; wait $sandbox; } 2>/dev/null; sleep 0.2; rm -rf "$STATE"' EXIT
+  trap 'exit 1' INT TERM
+  for _ in $(seq 100); do [ ! -e "$STATE/ready" ] && kill -0 $sandbox && sleep 0.1; done
+  [ -e "$STATE/ready" ] || { echo "no sandbox:" && cat "$STATE/sandbox.log" && exit 1; }
+  nsenter -t $sandbox -n -- bash "$0" "$case" "$@"
+  exit
+fi
+
+export LC_ALL=C PATH=$(IFS=:; echo "$*"):$PATH
+trap 'kill -9 $(jobs -p) 2>/dev/null; [ "$at" = end ] || echo "$case:$at: the case ended here"' EXIT
+failed=0 logs=0 calls=0 command= line=0 at=0 expected=()
+
+ended() {
+  within "[ -e '$STATE/daemon/$1.status' ]"
+  echo "$1 ended: $(cat "$STATE/daemon/$1.status")" && cat "$STATE/daemon/$1.stderr"
+}
+stop() { echo "stop $1" >"$STATE/control" && ended "$1" >/dev/null; }
+serving() { [ "$(frame ping '' | ask | head -1)" = "exception ping" ]; }
+start() {
+  rm -f "$STATE/daemon/$1.status" && echo "start $*" >"$STATE/control"
+  within "[ -e '$STATE/daemon/$1.status' ] || serving" || { echo "$1 does not answer" && return 1; }
+  [ ! -e "$STATE/daemon/$1.status" ] || { ended "$1" && return 1; }
+  PROC=/proc/$ZORVIK_SANDBOX/root/proc/$(cat "$STATE/daemon/$1.pid")
+}
+be32() { printf "$(printf %08x "$1" | sed 's/../\\x&/g')"; }
+frame() {
+  be32 $((20 + ${#1} + ${#2})) && printf '\x80\x01\x00\x01' && be32 ${#1}
+  printf '%s\0\0\0\0\x0b\0\x01' "$1" && be32 ${#2} && printf '%s\0' "$2"
+}
+pad() { printf '{"command":"get_scene_count","pad":"%*s"}' $(($1 - 65)) "" | tr ' ' x; }
+# A Thrift message as od prints its bytes: kind and name, then each string or i32 field.
+decode='function i32(  v, i) { for (i = 0; i < 4; i++) v = v * 256 + b[p++]; return v }
+  function text(  s, k) { for (k = i32(); k > 0; k--) s = s sprintf("%c", b[p++]); return s }
+  { for (i = 1; i <= NF; i++) b[++n] = $i }
+  END { split("call reply exception", kinds); p = 5; print kinds[b[4]] " " text(); p += 4
+    while (p <= n && (t = b[p++]) != 0) { p += 2; print (t == 11 ? text() : i32()) } }'
+ask() {
+  local c got
+  { exec {c}<>/dev/tcp/127.0.0.1/9096; } 2>/dev/null || { echo refused && return; }
+  cat >&"$c" 2>/dev/null
+  for _ in $(seq "${1:-1}"); do
+    got=$(timeout 1.5 dd bs=1 count=4 status=none <&"$c" | od -An -tu4 --endian=big
+      exit "${PIPESTATUS[0]}")
+    case $?:$got in
+      124:) echo silent && break ;;
+      *:) echo closed && break ;;
+      *) timeout 2 dd bs=1 count=$((got)) status=none <&"$c" | od -An -v -tu1 | awk "$decode" ;;
+    esac
+  done
+  exec {c}>&-
+}
+
+fail() { echo "$case:$at: $*" && failed=1; }
+mask() { sed -E 's/\.(cpp|h):[0-9]+\]/.\1:NN]/'; }
+run_command() {
+  [ -n "$command" ] || return 0
+  if [ ${#expected[@]} -gt 0 ]; then printf '%s\n' "${expected[@]}"; fi >"$STATE/expected"
+  eval "$command" </dev/null >"$STATE/output" 2>"$STATE/errors"
+  diff "$STATE/expected" "$STATE/output" >"$STATE/diff" ||
+    fail "\$ $command"$'\n'"$(cat "$STATE/diff" "$STATE/errors")"
+  command= expected=()
+}
+within() { for _ in $(seq 100); do eval "$1" && return; sleep 0.1; done; false; }  # 10 s
+logged() { tail -n +$((logs + 1)) "$STATE/syslog" | mask | grep -n -m1 -xF -- "$(mask <<<"$1")"; }
+
+start zorvik || fail "no daemon"
+while IFS= read -r text || [ -n "$text" ]; do
+  line=$((line + 1))
+  case $text in
+    '> '*) command+=$'\n'${text#> } && continue ;;
+    '$ '* | 'log: '* | 'ran: '* | '#'* | '') run_command && at=$line ;;
+  esac
+  case $text in
+    '$ '*) command=${text#\$ } ;;
+    'log: '*) within 'found=$(logged "${text#log: }")' && logs=$((logs + ${found%%:*})) ||
+      fail "not logged: ${text#log: }" ;;
+    'ran: '*) within 'sed -n "$((calls + 1))p" "$STATE/calls.log" | grep -q .'
+      got=$(sed -n "$((calls + 1))p" "$STATE/calls.log") calls=$((calls + 1))
+      [ "$got" = "${text#ran: }" ] || fail "ran: ${got:-nothing}"$'\n'"expected: ${text#ran: }" ;;
+    '#'* | '') ;;
+    *) expected+=("$text") ;;
+  esac
+done <"$case"
+run_command
+at=end
+unchecked=$(tail -n +$((calls + 1)) "$STATE/calls.log")
+[ -z "$unchecked" ] || [ $calls = 0 ] || fail "also ran:"$'\n'"$unchecked"
+[ $failed = 0 ] && echo "$case: passed"
