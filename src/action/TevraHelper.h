@@ -39,9 +39,9 @@ class TevraHelper {
   // The TV's address, or "" when its MAC is not in the ARP table.
   std::string getIpByMac() const;
 
-  // The address that begins the first line of the ARP table at `arpPath` in which `mac` (any
-  // letter case) follows the address after other fields, or "". Pattern characters in the MAC
-  // match only themselves; an empty MAC names no TV.
+  // Group 1 of the first line of the ARP table at `arpPath` that matches the address pattern
+  // followed by `mac` in lower case, taken as pattern text; "" when no line matches or the
+  // pattern does not compile.
   static std::string ipFromArpTable(const std::string& arpPath, const std::string& mac);
 
   // Letters, digits and "-._~" stay; a blank becomes "+"; every other byte "%xx" in lower-case
