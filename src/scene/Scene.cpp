@@ -138,18 +138,18 @@ void Scene::parseLaunch() {
     ZLOG(kLogInfo) << "Scene launch not json format";
     return;
   }
-  json_object* value = nullptr;
-  const bool goHome = json_object_object_get_ex(root, "go_home", &value);
-  if (goHome || json_object_object_get_ex(root, "leave_home", &value)) {
-    json_object* mac = value == nullptr ? nullptr : Json::member(value, "mac");
+  json_object* value = Json::member(root, "go_home");
+  const bool goHome = value != nullptr;
+  if (goHome || (value = Json::member(root, "leave_home")) != nullptr) {
+    json_object* mac = Json::member(value, "mac");
     if (mac == nullptr) {
       ZLOG(kLogError) << (goHome ? "Scene go_home mac NULL" : "Scene leave_home mac NULL");
     } else {
       json_object* enabled = Json::member(value, "enabled");
-      homeLaunch_.reset(new HomeLaunch{json_object_get_string(mac), goHome,
+      homeLaunch_.reset(new HomeLaunch{Json::text(mac), goHome,
                                        enabled == nullptr || json_object_get_boolean(enabled)});
     }
-  } else if (json_object_object_get_ex(root, "timer", &value)) {
+  } else if ((value = Json::member(root, "timer")) != nullptr) {
     setAlarmText(json_object_to_json_string(value));
   } else {
     ZLOG(kLogError) << "Scene launch mode format error";

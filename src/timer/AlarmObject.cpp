@@ -11,6 +11,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "server/Json.h"
 #include "server/Log.h"
 
 namespace zorvik {
@@ -42,12 +43,6 @@ constexpr int kTmYearBase = 1900;
 const char kTimeDelimiters[] = "-:,.";
 constexpr size_t kMinutesField = 1;
 constexpr size_t kSecondsField = 2;
-
-// The string form of a key's value, or "" for a JSON null.
-std::string stringOf(json_object* value) {
-  const char* text = json_object_get_string(value);
-  return text == nullptr ? std::string() : std::string(text);
-}
 
 // Splits at every separator, keeping empty pieces.
 std::vector<std::string> splitKeepingEmpty(const std::string& text, char separator) {
@@ -150,17 +145,16 @@ void AlarmObject::parseIfDirty() {
   dirty_ = false;
   if (alarmText_.empty()) return;
 
-  json_object* root = json_tokener_parse(alarmText_.c_str());
-  if (root == nullptr) {
+  const Json::Document root = Json::parse(alarmText_);
+  if (!root) {
     ZLOG(kLogInfo) << "Alarm timer not json format";
     return;
   }
-  json_object* value = nullptr;
-  if (json_object_object_get_ex(root, kTimeKey, &value)) time_ = stringOf(value);
+  time_ = Json::text(Json::member(root.get(), kTimeKey));
   ZLOG(kLogInfo) << "Alarm timer time: " << time_;
 
-  if (json_object_object_get_ex(root, kRepeatKey, &value)) {
-    const std::string repeat = stringOf(value);
+  if (json_object* value = Json::member(root.get(), kRepeatKey)) {
+    const std::string repeat = Json::text(value);
     if (!repeat.empty()) {
       for (const std::string& piece : splitKeepingEmpty(repeat, kRepeatSeparator)) {
         if (const std::optional<int32_t> day = weekdayOf(piece)) repeat_.push_back(*day);
@@ -169,16 +163,15 @@ void AlarmObject::parseIfDirty() {
     ZLOG(kLogInfo) << "Alarm timer repeat: " << repeat;
   }
 
-  if (json_object_object_get_ex(root, kUtcTimeKey, &value)) {
+  if (json_object* value = Json::member(root.get(), kUtcTimeKey)) {
     utcTime_ = json_object_get_int64(value);
   }
   ZLOG(kLogInfo) << "Alarm timer utc_time: " << utcTime_;
 
-  if (json_object_object_get_ex(root, kEnabledKey, &value)) {
+  if (json_object* value = Json::member(root.get(), kEnabledKey)) {
     enabled_ = json_object_get_boolean(value) != 0;
   }
   ZLOG(kLogInfo) << "Alarm timer enabled: " << (enabled_ ? 1 : 0);
-  json_object_put(root);
 }
 
 bool AlarmObject::isEnabled() {
