@@ -8,6 +8,7 @@
 #include "server/Log.h"
 #include "server/ResultCode.h"
 #include "server/Shell.h"
+#include "server/Text.h"
 
 namespace zorvik {
 namespace {
@@ -132,10 +133,9 @@ void Action::runByCrontab() {
 }
 
 uint32_t Action::dispatch() const {
-  for (const Handler& handler : kHandlers) {
-    if (thirdParty_ == handler.thirdParty) return handler.run(*this);
-  }
-  return kSuccess;
+  const Handler* handler = findWord(kHandlers, &Handler::thirdParty, thirdParty_);
+  if (handler == nullptr) return kSuccess;
+  return handler->run(*this);
 }
 
 }  // namespace zorvik

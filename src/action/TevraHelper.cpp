@@ -13,6 +13,7 @@
 #include "server/Json.h"
 #include "server/Log.h"
 #include "server/Shell.h"
+#include "server/Text.h"
 
 namespace zorvik {
 namespace {
@@ -99,7 +100,7 @@ void TevraHelper::process() {
     return;
   }
   mac_ = Json::text(mac);
-  const CommandStep* step = findStep(Json::text(command));
+  const CommandStep* step = findWord(kCommandSteps, &CommandStep::command, Json::text(command));
   if (step != nullptr && step->beforeWake != nullptr && (this->*step->beforeWake)(json.get())) {
     return;
   }
@@ -108,15 +109,8 @@ void TevraHelper::process() {
   if (step != nullptr && step->afterWake != nullptr) (this->*step->afterWake)(ip, json.get());
 }
 
-const TevraHelper::CommandStep* TevraHelper::findStep(const std::string& command) {
-  for (const CommandStep& step : kCommandSteps) {
-    if (command == step.command) return &step;
-  }
-  return nullptr;
-}
-
 bool TevraHelper::pressPowerKey(json_object* json) {
-  if (Json::text(Json::member(json, kKeycodeKey)) != kPowerKey) return false;
+  if (Json::memberText(json, kKeycodeKey) != kPowerKey) return false;
   sendKeyEvent(kPowerKey);
   return true;
 }
@@ -237,10 +231,7 @@ bool TevraHelper::isAlive(const std::string& ip) {
 }
 
 std::string TevraHelper::runCommand(const std::string& line) {
-  const std::optional<std::string> output = Shell::capture(line);
-  if (!output) return "";
-  ZLOG(kLogInfo) << "system command: " << line << " ,output: " << *output;
-  return *output;
+  return ZSHELL_CAPTURE(line, Shell::LineFeeds::kKeep);
 }
 
 }  // namespace zorvik

@@ -58,7 +58,6 @@ class TevraHelper {
     void (TevraHelper::*afterWake)(const std::string& ip, json_object* json);
   };
   static const CommandStep kCommandSteps[];
-  static const CommandStep* findStep(const std::string& command);
 
   bool pressPowerKey(json_object* json);
   bool powerOnIfFound(json_object* json);
@@ -73,8 +72,7 @@ class TevraHelper {
   void sendWakeOnLan();
   // True when the alive check printed anything at all.
   bool isAlive(const std::string& ip);
-  // Runs `line` through popen and returns its standard output, logging both; "" without a log
-  // line when the command cannot be started. The exit status is not looked at.
+  // Runs `line` through popen and returns its standard output, logging both (Shell::captureLogged).
   std::string runCommand(const std::string& line);
 
   const std::string extra_;

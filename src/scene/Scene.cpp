@@ -10,14 +10,15 @@
 #include "server/Log.h"
 #include "server/ResultCode.h"
 #include "server/Shell.h"
+#include "server/Text.h"
 
 namespace zorvik {
 namespace {
 
 constexpr char kFeedProgram[] = "/usr/sbin/vantpost ";
 constexpr int kStatusMessageType = 5;
-constexpr int64_t kCrontabWindowMs = 60000;
 constexpr int32_t kMsPerMinute = 60000;
+constexpr int64_t kCrontabWindowMs = kMsPerMinute;
 
 // How the special action types expand into router actions. A pair (second != nullptr) creates
 // a second, non-blocking action that runs "duration" milliseconds after the first finished.
@@ -36,22 +37,6 @@ constexpr SpecialType kSpecialTypes[] = {
     {"normal_shutdown", "brelkrouter_shutdown", "", nullptr, true, true},
     {"normal_reboot", "brelkrouter_reboot", "", nullptr, false, false},
 };
-
-const SpecialType* findSpecialType(const std::string& type) {
-  for (const SpecialType& special : kSpecialTypes) {
-    if (type == special.type) return &special;
-  }
-  return nullptr;
-}
-
-// json-c's string form of a member, or empty text when it is absent.
-std::string stringMember(json_object* object, const char* key) {
-  return Json::text(Json::member(object, key));
-}
-
-bool startsWith(const std::string& text, const std::string& prefix) {
-  return text.compare(0, prefix.size(), prefix) == 0;
-}
 
 bool containsDay(const std::vector<int32_t>& days, int32_t day) {
   for (int32_t d : days) {
@@ -190,15 +175,15 @@ void Scene::addActionsOf(size_t position, json_object* element) {
     ZLOG(kLogError) << "Scene actions[" << position << "] thirdParty or type is null";
     return;
   }
-  const std::string thirdParty = json_object_get_string(thirdPartyValue);
-  const std::string type = json_object_get_string(typeValue);
+  const std::string thirdParty = Json::text(thirdPartyValue);
+  const std::string type = Json::text(typeValue);
   if (thirdParty.empty() || type.empty()) {
     ZLOG(kLogError) << "Scene actions[" << position << "] thirdParty or type is empty";
     return;
   }
-  const std::string name = stringMember(element, "name");
-  const std::string keyName = stringMember(element, "keyName");
-  const std::string payload = stringMember(element, "payload");
+  const std::string name = Json::memberText(element, "name");
+  const std::string keyName = Json::memberText(element, "keyName");
+  const std::string payload = Json::memberText(element, "payload");
   json_object* delayValue = Json::member(element, "delay");
   const int32_t delay = delayValue == nullptr ? 0 : json_object_get_int(delayValue);
   json_object* blockValue = Json::member(element, "block");
@@ -211,7 +196,7 @@ void Scene::addActionsOf(size_t position, json_object* element) {
         keyName, payload, actionDelay, actionBlock, extra, command));
   };
 
-  const SpecialType* special = findSpecialType(type);
+  const SpecialType* special = findWord(kSpecialTypes, &SpecialType::type, type);
   if (special == nullptr) {
     append(thirdParty, delay, block, "", "");
     return;
@@ -232,7 +217,7 @@ void Scene::addActionsOf(size_t position, json_object* element) {
       }
       duration = json_object_get_int(durationValue);
     }
-    extra = json_object_get_string(extraValue);
+    extra = Json::text(extraValue);
   }
   append(special->thirdParty, delay, special->firstBlocks, extra, special->firstCommand);
   if (special->secondCommand != nullptr) {

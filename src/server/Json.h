@@ -32,6 +32,8 @@ class Json {
   // json-c's string form of a value: a string's text (up to an embedded NUL), the JSON text of
   // anything else; empty for null.
   static std::string text(json_object* value);
+  // text() of the member `key`: empty when the member is absent.
+  static std::string memberText(json_object* object, const char* key);
   // The serialised text of `object` in json-c's default layout; frees the object.
   static std::string takeText(json_object* object);
 };

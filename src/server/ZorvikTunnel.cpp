@@ -13,6 +13,7 @@
 #include "server/Json.h"
 #include "server/Log.h"
 #include "server/ResultCode.h"
+#include "server/Text.h"
 
 namespace zorvik {
 namespace {
@@ -132,13 +133,6 @@ constexpr Command kCommands[] = {
      run<&SceneManager::recordSceneByCrontab>},
 };
 
-const Member* findMember(std::string_view key) {
-  for (const Member& member : kMembers) {
-    if (key == member.key) return &member;
-  }
-  return nullptr;
-}
-
 // The piece of `text` up to the first `separator`; `text` loses the piece and the separator.
 std::string_view takePiece(std::string_view& text, char separator) {
   const size_t end = std::min(text.find(separator), text.size());
@@ -176,7 +170,7 @@ std::optional<Values> readMembers(const Command& command, json_object* request) 
     std::string_view key = takePiece(keys, ' ');
     const bool optional = key.back() == kOptionalMark;
     if (optional) key.remove_suffix(1);
-    std::optional<Value> value = read(request, *findMember(key), optional);
+    std::optional<Value> value = read(request, *findWord(kMembers, &Member::key, key), optional);
     if (!value) return std::nullopt;
     values.emplace_back(key, std::move(*value));
   }
@@ -214,14 +208,12 @@ void logCall(const Command& command, const Values& values) {
 // Runs the command named by `word`: reads and checks its members, logs the call and returns the
 // operation's reply; empty when a member is refused, "api not exists" for an unknown word.
 std::string dispatch(const std::string& word, json_object* request, SceneManager& manager) {
-  for (const Command& command : kCommands) {
-    if (word != command.word) continue;
-    const std::optional<Values> values = readMembers(command, request);
-    if (!values) return "";
-    logCall(command, *values);
-    return command.operation(manager, *values);
-  }
-  return ZorvikTunnel::buildErrorReply(kApiNotExists);
+  const Command* command = findWord(kCommands, &Command::word, word);
+  if (command == nullptr) return ZorvikTunnel::buildErrorReply(kApiNotExists);
+  const std::optional<Values> values = readMembers(*command, request);
+  if (!values) return "";
+  logCall(*command, *values);
+  return command->operation(manager, *values);
 }
 
 }  // namespace

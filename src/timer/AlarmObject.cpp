@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <boost/lexical_cast/bad_lexical_cast.hpp>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <optional>
@@ -27,8 +28,6 @@ const char kEnabledKey[] = "enabled";
 const char kRepeatSeparator = ',';
 constexpr int64_t kNoUtcTime = -1;
 constexpr int64_t kNoAlarm = -1;
-constexpr int64_t kMillisPerSecond = 1000;
-constexpr int64_t kMicrosPerMilli = 1000;
 constexpr int kDaysPerWeek = 7;
 // Both 0 and 7 name Sunday; 0 is what the alarm keeps.
 constexpr int32_t kSundayAlias = 7;
@@ -114,15 +113,6 @@ pt::time_duration timeOfDayOf(const std::string& text) {
   return pt::duration_from_string(text);
 }
 
-int64_t millisecondsOf(const pt::time_duration& duration) {
-  return duration.total_microseconds() / kMicrosPerMilli;
-}
-
-// Today at 00:00, `days` later, at `timeOfDay`.
-pt::ptime weeklyFiring(const pt::ptime& now, int days, const pt::time_duration& timeOfDay) {
-  return pt::ptime(now.date()) + gr::days(days) + timeOfDay;
-}
-
 }  // namespace
 
 bool AlarmObject::clearAlarm() {
@@ -150,7 +140,7 @@ void AlarmObject::parseIfDirty() {
     ZLOG(kLogInfo) << "Alarm timer not json format";
     return;
   }
-  time_ = Json::text(Json::member(root.get(), kTimeKey));
+  time_ = Json::memberText(root.get(), kTimeKey);
   ZLOG(kLogInfo) << "Alarm timer time: " << time_;
 
   if (json_object* value = Json::member(root.get(), kRepeatKey)) {
@@ -227,54 +217,44 @@ int64_t AlarmObject::getFirstAlarm(const pt::ptime& now) {
   if (!isValid()) return kNoAlarm;
   if (isOnce()) {
     // The millisecond remainder of the instant is dropped.
-    const pt::ptime next = localTimeOf(static_cast<time_t>(utcTime_ / kMillisPerSecond), 0);
+    const std::chrono::seconds instant =
+        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::milliseconds(utcTime_));
+    const pt::ptime next = localTimeOf(static_cast<time_t>(instant.count()), 0);
     const pt::time_duration diff = next - now;
-    const int64_t result = diff.is_negative() ? kNoAlarm : millisecondsOf(diff);
+    const int64_t result = diff.is_negative() ? kNoAlarm : diff.total_milliseconds();
     ZLOG(kLogInfo) << "once alarm, now: " << now;
     ZLOG(kLogInfo) << "once alarm, next: " << next;
     ZLOG(kLogInfo) << "once alarm, " << diff << ", milliseconds=" << result;
     return result;
   }
 
-  const pt::time_duration timeOfDay = timeOfDayOf(time_);
-  const int weekday = now.date().day_of_week().as_number();
   // An alarm due today counts when its time of day has not passed yet; exactly now is due now.
-  const bool passedToday = timeOfDay < now.time_of_day();
-  int minDuration = kDaysPerWeek;
-  for (const int32_t day : repeat_) {
-    int candidate = day - weekday;
-    if (candidate < 0) candidate += kDaysPerWeek;
-    if (candidate == 0 && passedToday) candidate = kDaysPerWeek;
-    minDuration = std::min(minDuration, candidate);
-  }
-  ZLOG(kLogInfo) << "period alarm, minDuration=" << minDuration;
-  const pt::ptime next = weeklyFiring(now, minDuration, timeOfDay);
-  const pt::time_duration diff = next - now;
-  const int64_t result = millisecondsOf(diff);
-  ZLOG(kLogInfo) << "period alarm, now: " << now;
-  ZLOG(kLogInfo) << "period alarm next: " << next;
-  ZLOG(kLogInfo) << "period alarm, " << diff << ", milliseconds=" << result;
-  return result;
+  const bool passedToday = timeOfDayOf(time_) < now.time_of_day();
+  return weeklyAlarm(now, passedToday ? kDaysPerWeek : 0, "period alarm next: ");
 }
 
 int64_t AlarmObject::getNextAlarm(const pt::ptime& now) {
   ZLOG(kLogInfo) << "get next alarm ";
   if (!isEnabled()) return kNoAlarm;
   if (!isPeriod()) return kNoAlarm;
-  const int weekday = now.date().day_of_week().as_number();
   // Right after a firing today's weekday counts as a week away, so no alarm fires twice a day.
+  return weeklyAlarm(now, kDaysPerWeek, "period alarm, next: ");
+}
+
+int64_t AlarmObject::weeklyAlarm(const pt::ptime& now, int todayOffset, const char* nextLabel) {
+  const int weekday = now.date().day_of_week().as_number();
   int minDuration = kDaysPerWeek;
   for (const int32_t day : repeat_) {
-    int candidate = day - weekday;
-    if (candidate <= 0) candidate += kDaysPerWeek;
-    minDuration = std::min(minDuration, candidate);
+    const int offset = (day - weekday + kDaysPerWeek) % kDaysPerWeek;
+    minDuration = std::min(minDuration, offset == 0 ? todayOffset : offset);
   }
   ZLOG(kLogInfo) << "period alarm, minDuration=" << minDuration;
-  const pt::ptime next = weeklyFiring(now, minDuration, timeOfDayOf(time_));
+  // Today at 00:00, minDuration days later, at the alarm's time of day.
+  const pt::ptime next = pt::ptime(now.date()) + gr::days(minDuration) + timeOfDayOf(time_);
   const pt::time_duration diff = next - now;
-  const int64_t result = millisecondsOf(diff);
+  const int64_t result = diff.total_milliseconds();
   ZLOG(kLogInfo) << "period alarm, now: " << now;
-  ZLOG(kLogInfo) << "period alarm, next: " << next;
+  ZLOG(kLogInfo) << nextLabel << next;
   ZLOG(kLogInfo) << "period alarm, " << diff << ", milliseconds=" << result;
   return result;
 }

@@ -52,6 +52,9 @@ class AlarmObject {
 
  private:
   void parseIfDirty();
+  // Milliseconds from `now` to the nearest weekday of the alarm at its time of day, today counting
+  // as `todayOffset` days away (0 or 7); the firing is logged after `nextLabel`.
+  int64_t weeklyAlarm(const boost::posix_time::ptime& now, int todayOffset, const char* nextLabel);
 
   int64_t utcTime_ = -1;
   std::string alarmText_;
