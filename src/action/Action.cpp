@@ -1,3 +1,4 @@
+// Action: arms an action's timer, hands its turn to the scene and dispatches to its handler.
 #include "action/Action.h"
 
 #include "action/DeviceTunnel.h"
@@ -122,7 +123,7 @@ void Action::timerEvent() {
 
 void Action::perform(Scene& scene) {
   // The scene learns that this action is done (and may arm the next one) before the work runs.
-  if (scene.takeActionTurn(*this)) dispatch();
+  if (scene.finishFiredAction(*this)) dispatch();
 }
 
 void Action::runByCrontab() {

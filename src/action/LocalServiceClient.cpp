@@ -1,3 +1,4 @@
+// LocalServiceClient: one Thrift request to a sibling service and the reading of its reply.
 #include "action/LocalServiceClient.h"
 
 #include <json-c/json.h>

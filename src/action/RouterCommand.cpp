@@ -1,3 +1,4 @@
+// RouterCommand: builds and runs the router's command lines for access, Wi-Fi and power.
 #include "action/RouterCommand.h"
 
 #include <json-c/json.h>

@@ -1,3 +1,4 @@
+// TevraHelper: finds the TV in the ARP table, wakes it and sends it curl requests.
 #include "action/TevraHelper.h"
 
 #define PCRE2_CODE_UNIT_WIDTH 8

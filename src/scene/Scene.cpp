@@ -1,3 +1,4 @@
+// Scene: parses a scene's launch and action texts, runs its actions and replays the crontab tick.
 #include "scene/Scene.h"
 
 #include <cctype>
@@ -267,9 +268,9 @@ void Scene::startActionsFrom(Action* first) {
   // successors are started here one after another rather than from inside each other, so a
   // long list of non-blocking actions cannot exhaust a small thread stack.
   for (Action* action = first; action != nullptr;) {
-    nextToStart_ = nullptr;
+    successorToStart_ = nullptr;
     action->execute();
-    action = nextToStart_;
+    action = successorToStart_;
   }
 }
 
@@ -317,7 +318,7 @@ Action* Scene::successorOf(const Action& action) const {
 
 void Scene::onActionStarted(Action* action) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  if (!action->block()) nextToStart_ = successorOf(*action);
+  if (!action->block()) successorToStart_ = successorOf(*action);
 }
 
 void Scene::onActionFinished(Action* action, bool report) {
@@ -330,7 +331,7 @@ void Scene::onActionFinished(Action* action, bool report) {
   processing_ = false;
 }
 
-bool Scene::takeActionTurn(Action& action) {
+bool Scene::finishFiredAction(Action& action) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   const bool cancelled = action.takeCancelledFiring();
   if (cancelled || !action.isRunning()) return false;

@@ -1,8 +1,8 @@
+// SceneManager: the command operations over the registry of scenes and the store.
 #include "scene/SceneManager.h"
 
 #include <algorithm>
 #include <cctype>
-#include <exception>
 #include <fstream>
 #include <thread>
 
@@ -50,26 +50,8 @@ std::string sceneListReply(const std::vector<std::shared_ptr<Scene>>& scenes) {
   return replyWith(kSuccess, "scene_list", list);
 }
 
-// Asks the alarm part of a scene a question. A launch whose alarm text cannot be read answers
-// false rather than taking the daemon down.
-template <typename Question>
-bool askAlarm(Scene& scene, Question question) {
-  try {
-    return question(scene);
-  } catch (const std::exception& error) {
-    ZLOG(kLogError) << "Scene " << scene.id() << " alarm unreadable: " << error.what();
-    return false;
-  }
-}
-
 // Enabled and holding a valid one-time or weekly alarm. Asking re-reads a changed alarm text.
-bool hasUsableAlarm(Scene& scene) {
-  return askAlarm(scene, [](Scene& s) { return s.isEnabled() && s.isValid(); });
-}
-
-bool isAlarmEnabled(Scene& scene) {
-  return askAlarm(scene, [](Scene& s) { return s.isEnabled(); });
-}
+bool hasUsableAlarm(Scene& scene) { return scene.isEnabled() && scene.isValid(); }
 
 void stopIfRunning(Scene& scene) {
   if (scene.isProcessing()) scene.stop();
@@ -256,7 +238,7 @@ std::string SceneManager::recordSceneByCrontab() {
   std::string states;
   for (const std::shared_ptr<Scene>& scene : scenes_) {
     if (!states.empty()) states += '|';
-    states += std::to_string(scene->id()) + ":" + (isAlarmEnabled(*scene) ? "1" : "0");
+    states += std::to_string(scene->id()) + ":" + (scene->isEnabled() ? "1" : "0");
   }
   const std::string record = kRecordPrefix + states + kRecordSuffix;
   ZLOG(kLogInfo) << "record: " << record;

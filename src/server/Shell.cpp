@@ -1,3 +1,4 @@
+// Shell: runs command lines through a replaceable backend, logging them as the daemon does.
 #include "server/Shell.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// ZorvikTunnel: the command table and the reading, logging and dispatch of one request.
 #include "server/ZorvikTunnel.h"
 
 #include <algorithm>

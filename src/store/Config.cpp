@@ -1,3 +1,4 @@
+// Config: reads and rewrites a "key = value" configuration file.
 #include "store/Config.h"
 
 #include <fstream>

@@ -1,3 +1,4 @@
+// DataManager: the SQLite statements of the scene store and the seeding of default scenes.
 #include "store/DataManager.h"
 
 #include <cstdio>

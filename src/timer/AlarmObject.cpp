@@ -1,3 +1,4 @@
+// AlarmObject: parses an alarm text and computes the time to its first and next firing.
 #include "timer/AlarmObject.h"
 
 #include <json-c/json.h>
@@ -208,8 +209,6 @@ pt::ptime AlarmObject::localNow() {
 }
 
 int64_t AlarmObject::getFirstAlarm() { return getFirstAlarm(localNow()); }
-
-int64_t AlarmObject::getNextAlarm() { return getNextAlarm(localNow()); }
 
 int64_t AlarmObject::getFirstAlarm(const pt::ptime& now) {
   ZLOG(kLogInfo) << "get first alarm ";
