@@ -18,10 +18,6 @@ std::string Json::text(json_object* value) {
   return text == nullptr ? "" : text;
 }
 
-std::string Json::memberText(json_object* object, const char* key) {
-  return text(member(object, key));
-}
-
 std::string Json::takeText(json_object* object) {
   std::string text = json_object_to_json_string(object);
   json_object_put(object);

@@ -33,7 +33,9 @@ class Json {
   // anything else; empty for null.
   static std::string text(json_object* value);
   // text() of the member `key`: empty when the member is absent.
-  static std::string memberText(json_object* object, const char* key);
+  static std::string memberText(json_object* object, const char* key) {
+    return text(member(object, key));
+  }
   // The serialised text of `object` in json-c's default layout; frees the object.
   static std::string takeText(json_object* object);
 };

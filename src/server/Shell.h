@@ -1,6 +1,6 @@
 // Shell: the one place where the daemon runs shell commands.
 //
-// Every command line of the daemon goes through run() (system) or capture() (popen). Tests
+// Every command line of the daemon goes through system() or capture() (popen). Tests
 // install a Backend that records the lines instead of running them. quote() makes caller text
 // safe to embed in a command line as one single-quoted shell word.
 //
