@@ -1,3 +1,4 @@
+// Action: arms an action's timer, hands its turn to the scene and dispatches to its handler.
 #include "action/Action.h"
 
 #include "action/DeviceTunnel.h"
@@ -8,6 +9,7 @@
 #include "server/Log.h"
 #include "server/ResultCode.h"
 #include "server/Shell.h"
+#include "server/Text.h"
 
 namespace zorvik {
 namespace {
@@ -121,7 +123,7 @@ void Action::timerEvent() {
 
 void Action::perform(Scene& scene) {
   // The scene learns that this action is done (and may arm the next one) before the work runs.
-  if (scene.takeActionTurn(*this)) dispatch();
+  if (scene.finishFiredAction(*this)) dispatch();
 }
 
 void Action::runByCrontab() {
@@ -132,10 +134,9 @@ void Action::runByCrontab() {
 }
 
 uint32_t Action::dispatch() const {
-  for (const Handler& handler : kHandlers) {
-    if (thirdParty_ == handler.thirdParty) return handler.run(*this);
-  }
-  return kSuccess;
+  const Handler* handler = findWord(kHandlers, &Handler::thirdParty, thirdParty_);
+  if (handler == nullptr) return kSuccess;
+  return handler->run(*this);
 }
 
 }  // namespace zorvik

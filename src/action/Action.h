@@ -40,7 +40,6 @@ class Action : public TimerObject {
 
   uint32_t index() const { return index_; }
   const std::string& thirdParty() const { return thirdParty_; }
-  const std::string& type() const { return type_; }
   const std::string& name() const { return name_; }
   const std::string& keyName() const { return keyName_; }
   const std::string& payload() const { return payload_; }
@@ -58,7 +57,7 @@ class Action : public TimerObject {
   const std::weak_ptr<Scene> scene_;
   const uint32_t index_;
   const std::string thirdParty_;
-  const std::string type_;
+  const std::string type_;  // the element's "type" word, also for an expanded special type
   const std::string name_;
   const std::string keyName_;
   const std::string payload_;

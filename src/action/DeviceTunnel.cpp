@@ -1,3 +1,4 @@
+// DeviceTunnel: base64-encodes device messages and runs the device tunnel tool with them.
 #include "action/DeviceTunnel.h"
 
 #include "action/Action.h"

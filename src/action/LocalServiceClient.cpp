@@ -1,3 +1,4 @@
+// LocalServiceClient: one Thrift request to a sibling service and the reading of its reply.
 #include "action/LocalServiceClient.h"
 
 #include <json-c/json.h>
@@ -44,7 +45,7 @@ std::string exchange(int port, const std::string& payload) {
 }
 
 // True when `reply` is a JSON object whose "code" reads as the integer 0 (json-c converts a
-// string such as "0"). A JSON null "code" counts as no code.
+// string such as "0").
 bool isSuccessReply(const char* service, const std::string& reply) {
   Json::Document json = Json::parse(reply);
   if (!json) {

@@ -1,8 +1,10 @@
+// RouterCommand: builds and runs the router's command lines for access, Wi-Fi and power.
 #include "action/RouterCommand.h"
 
 #include <json-c/json.h>
 
 #include <cctype>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -11,6 +13,7 @@
 #include "server/Json.h"
 #include "server/Log.h"
 #include "server/Shell.h"
+#include "server/Text.h"
 
 namespace zorvik {
 namespace {
@@ -34,18 +37,10 @@ constexpr char kMacFilterSet[] = "/usr/sbin/teldra macfilter set mac=";
 constexpr char kMacFilterCommit[] = ";/usr/sbin/teldra macfilter commit";
 constexpr char kShutdownLine[] = "/usr/sbin/qumbe 2 ";
 constexpr char kRebootLine[] = "reboot_safe.sh";
-constexpr int kMillisecondsPerMinute = 60000;
 
 constexpr char kMacKey[] = "mac";
 constexpr char kCommandKey[] = "command";
 constexpr char kDurationKey[] = "duration";
-
-const RouterLine* findRouterLine(const std::string& command) {
-  for (const RouterLine& entry : kRouterLines) {
-    if (command == entry.command) return &entry;
-  }
-  return nullptr;
-}
 
 void runRouterLine(const std::string& line) {
   Shell::runLogged(kActionLogModule, __LINE__, kLogError, line);
@@ -91,7 +86,7 @@ void RouterCommand::doRouterCommand(const std::string& payload) {
     ZLOG_AS(kActionLogModule, kLogError) << "brelk router payload not contain command";
     return;
   }
-  const RouterLine* entry = findRouterLine(Json::text(command));
+  const RouterLine* entry = findWord(kRouterLines, &RouterLine::command, Json::text(command));
   if (entry == nullptr) return;
   runCommandWithMacFrom(*entry, json.get(), "brelk router payload not contain mac");
 }
@@ -102,7 +97,7 @@ void RouterCommand::doRouterGroup(const std::string& command, const std::string&
     ZLOG_AS(kActionLogModule, kLogError) << "brelk router group extra is not json format";
     return;
   }
-  const RouterLine* entry = findRouterLine(command);
+  const RouterLine* entry = findWord(kRouterLines, &RouterLine::command, command);
   if (entry == nullptr) return;
   runCommandWithMacFrom(*entry, json.get(),
                         "brelk router group extra not contain mac for wan block or unblock");
@@ -124,7 +119,9 @@ void RouterCommand::doRouterShutdown(const std::string& extra) {
 }
 
 void RouterCommand::shutdownWorker(int durationMs) {
-  runRouterLine(kShutdownLine + std::to_string(durationMs / kMillisecondsPerMinute));
+  const auto minutes =
+      std::chrono::duration_cast<std::chrono::minutes>(std::chrono::milliseconds(durationMs));
+  runRouterLine(kShutdownLine + std::to_string(minutes.count()));
 }
 
 void RouterCommand::doRouterReboot() { runRouterLine(kRebootLine); }

@@ -1,3 +1,4 @@
+// TevraHelper: finds the TV in the ARP table, wakes it and sends it curl requests.
 #include "action/TevraHelper.h"
 
 #define PCRE2_CODE_UNIT_WIDTH 8
@@ -13,6 +14,7 @@
 #include "server/Json.h"
 #include "server/Log.h"
 #include "server/Shell.h"
+#include "server/Text.h"
 
 namespace zorvik {
 namespace {
@@ -46,15 +48,9 @@ constexpr char kHexDigits[] = "0123456789abcdef";
 using PatternCode = std::unique_ptr<pcre2_code, decltype(&pcre2_code_free)>;
 using MatchData = std::unique_ptr<pcre2_match_data, decltype(&pcre2_match_data_free)>;
 
-// `text` in lower case with every ASCII character other than a letter or digit escaped, so the
-// pattern engine reads it as plain text.
-std::string literalPatternOf(const std::string& text) {
-  std::string literal;
-  for (unsigned char c : text) {
-    if (c < 0x80 && !std::isalnum(c)) literal += '\\';
-    literal += static_cast<char>(std::tolower(c));
-  }
-  return literal;
+std::string lowerCase(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
 }
 
 // "/usr/bin/curl -s -k --connect-timeout <seconds><gap>"http://<address>"".
@@ -105,7 +101,7 @@ void TevraHelper::process() {
     return;
   }
   mac_ = Json::text(mac);
-  const CommandStep* step = findStep(Json::text(command));
+  const CommandStep* step = findWord(kCommandSteps, &CommandStep::command, Json::text(command));
   if (step != nullptr && step->beforeWake != nullptr && (this->*step->beforeWake)(json.get())) {
     return;
   }
@@ -114,15 +110,8 @@ void TevraHelper::process() {
   if (step != nullptr && step->afterWake != nullptr) (this->*step->afterWake)(ip, json.get());
 }
 
-const TevraHelper::CommandStep* TevraHelper::findStep(const std::string& command) {
-  for (const CommandStep& step : kCommandSteps) {
-    if (command == step.command) return &step;
-  }
-  return nullptr;
-}
-
 bool TevraHelper::pressPowerKey(json_object* json) {
-  if (Json::text(Json::member(json, kKeycodeKey)) != kPowerKey) return false;
+  if (Json::memberText(json, kKeycodeKey) != kPowerKey) return false;
   sendKeyEvent(kPowerKey);
   return true;
 }
@@ -176,10 +165,11 @@ std::string TevraHelper::wakeUp() {
 std::string TevraHelper::getIpByMac() const { return ipFromArpTable(arpPath_, mac_); }
 
 std::string TevraHelper::ipFromArpTable(const std::string& arpPath, const std::string& mac) {
-  if (mac.empty()) return "";
   std::ifstream table(arpPath);
   if (!table) return "";
-  const std::string pattern = kArpLinePattern + literalPatternOf(mac);
+  // The MAC joins the pattern as given. Whatever it adds, group 1 can hold only digits and dots,
+  // so the address is safe in a command line, and PCRE2's match limit bounds any pattern's cost.
+  const std::string pattern = kArpLinePattern + lowerCase(mac);
   int error = 0;
   PCRE2_SIZE errorOffset = 0;
   PatternCode code(pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern.data()), pattern.size(), 0,
@@ -242,10 +232,7 @@ bool TevraHelper::isAlive(const std::string& ip) {
 }
 
 std::string TevraHelper::runCommand(const std::string& line) {
-  const std::optional<std::string> output = Shell::capture(line);
-  if (!output) return "";
-  ZLOG(kLogInfo) << "system command: " << line << " ,output: " << *output;
-  return *output;
+  return ZSHELL_CAPTURE(line, Shell::LineFeeds::kKeep);
 }
 
 }  // namespace zorvik

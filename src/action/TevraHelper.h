@@ -39,9 +39,9 @@ class TevraHelper {
   // The TV's address, or "" when its MAC is not in the ARP table.
   std::string getIpByMac() const;
 
-  // The address that begins the first line of the ARP table at `arpPath` in which `mac` (any
-  // letter case) follows the address after other fields, or "". Pattern characters in the MAC
-  // match only themselves; an empty MAC names no TV.
+  // Group 1 of the first line of the ARP table at `arpPath` that matches the address pattern
+  // followed by `mac` in lower case, taken as pattern text; "" when no line matches or the
+  // pattern does not compile.
   static std::string ipFromArpTable(const std::string& arpPath, const std::string& mac);
 
   // Letters, digits and "-._~" stay; a blank becomes "+"; every other byte "%xx" in lower-case
@@ -58,7 +58,6 @@ class TevraHelper {
     void (TevraHelper::*afterWake)(const std::string& ip, json_object* json);
   };
   static const CommandStep kCommandSteps[];
-  static const CommandStep* findStep(const std::string& command);
 
   bool pressPowerKey(json_object* json);
   bool powerOnIfFound(json_object* json);
@@ -73,8 +72,7 @@ class TevraHelper {
   void sendWakeOnLan();
   // True when the alive check printed anything at all.
   bool isAlive(const std::string& ip);
-  // Runs `line` through popen and returns its standard output, logging both; "" without a log
-  // line when the command cannot be started. The exit status is not looked at.
+  // Runs `line` through popen and returns its standard output, logging both (Shell::captureLogged).
   std::string runCommand(const std::string& line);
 
   const std::string extra_;

@@ -1,3 +1,4 @@
+// Scene: parses a scene's launch and action texts, runs its actions and replays the crontab tick.
 #include "scene/Scene.h"
 
 #include <cctype>
@@ -10,14 +11,15 @@
 #include "server/Log.h"
 #include "server/ResultCode.h"
 #include "server/Shell.h"
+#include "server/Text.h"
 
 namespace zorvik {
 namespace {
 
 constexpr char kFeedProgram[] = "/usr/sbin/vantpost ";
 constexpr int kStatusMessageType = 5;
-constexpr int64_t kCrontabWindowMs = 60000;
 constexpr int32_t kMsPerMinute = 60000;
+constexpr int64_t kCrontabWindowMs = kMsPerMinute;
 
 // How the special action types expand into router actions. A pair (second != nullptr) creates
 // a second, non-blocking action that runs "duration" milliseconds after the first finished.
@@ -36,22 +38,6 @@ constexpr SpecialType kSpecialTypes[] = {
     {"normal_shutdown", "brelkrouter_shutdown", "", nullptr, true, true},
     {"normal_reboot", "brelkrouter_reboot", "", nullptr, false, false},
 };
-
-const SpecialType* findSpecialType(const std::string& type) {
-  for (const SpecialType& special : kSpecialTypes) {
-    if (type == special.type) return &special;
-  }
-  return nullptr;
-}
-
-// json-c's string form of a member, or empty text when it is absent.
-std::string stringMember(json_object* object, const char* key) {
-  return Json::text(Json::member(object, key));
-}
-
-bool startsWith(const std::string& text, const std::string& prefix) {
-  return text.compare(0, prefix.size(), prefix) == 0;
-}
 
 bool containsDay(const std::vector<int32_t>& days, int32_t day) {
   for (int32_t d : days) {
@@ -138,18 +124,18 @@ void Scene::parseLaunch() {
     ZLOG(kLogInfo) << "Scene launch not json format";
     return;
   }
-  json_object* value = nullptr;
-  const bool goHome = json_object_object_get_ex(root, "go_home", &value);
-  if (goHome || json_object_object_get_ex(root, "leave_home", &value)) {
-    json_object* mac = value == nullptr ? nullptr : Json::member(value, "mac");
+  json_object* value = Json::member(root, "go_home");
+  const bool goHome = value != nullptr;
+  if (goHome || (value = Json::member(root, "leave_home")) != nullptr) {
+    json_object* mac = Json::member(value, "mac");
     if (mac == nullptr) {
       ZLOG(kLogError) << (goHome ? "Scene go_home mac NULL" : "Scene leave_home mac NULL");
     } else {
       json_object* enabled = Json::member(value, "enabled");
-      homeLaunch_.reset(new HomeLaunch{json_object_get_string(mac), goHome,
+      homeLaunch_.reset(new HomeLaunch{Json::text(mac), goHome,
                                        enabled == nullptr || json_object_get_boolean(enabled)});
     }
-  } else if (json_object_object_get_ex(root, "timer", &value)) {
+  } else if ((value = Json::member(root, "timer")) != nullptr) {
     setAlarmText(json_object_to_json_string(value));
   } else {
     ZLOG(kLogError) << "Scene launch mode format error";
@@ -190,15 +176,15 @@ void Scene::addActionsOf(size_t position, json_object* element) {
     ZLOG(kLogError) << "Scene actions[" << position << "] thirdParty or type is null";
     return;
   }
-  const std::string thirdParty = json_object_get_string(thirdPartyValue);
-  const std::string type = json_object_get_string(typeValue);
+  const std::string thirdParty = Json::text(thirdPartyValue);
+  const std::string type = Json::text(typeValue);
   if (thirdParty.empty() || type.empty()) {
     ZLOG(kLogError) << "Scene actions[" << position << "] thirdParty or type is empty";
     return;
   }
-  const std::string name = stringMember(element, "name");
-  const std::string keyName = stringMember(element, "keyName");
-  const std::string payload = stringMember(element, "payload");
+  const std::string name = Json::memberText(element, "name");
+  const std::string keyName = Json::memberText(element, "keyName");
+  const std::string payload = Json::memberText(element, "payload");
   json_object* delayValue = Json::member(element, "delay");
   const int32_t delay = delayValue == nullptr ? 0 : json_object_get_int(delayValue);
   json_object* blockValue = Json::member(element, "block");
@@ -211,7 +197,7 @@ void Scene::addActionsOf(size_t position, json_object* element) {
         keyName, payload, actionDelay, actionBlock, extra, command));
   };
 
-  const SpecialType* special = findSpecialType(type);
+  const SpecialType* special = findWord(kSpecialTypes, &SpecialType::type, type);
   if (special == nullptr) {
     append(thirdParty, delay, block, "", "");
     return;
@@ -232,7 +218,7 @@ void Scene::addActionsOf(size_t position, json_object* element) {
       }
       duration = json_object_get_int(durationValue);
     }
-    extra = json_object_get_string(extraValue);
+    extra = Json::text(extraValue);
   }
   append(special->thirdParty, delay, special->firstBlocks, extra, special->firstCommand);
   if (special->secondCommand != nullptr) {
@@ -282,9 +268,9 @@ void Scene::startActionsFrom(Action* first) {
   // successors are started here one after another rather than from inside each other, so a
   // long list of non-blocking actions cannot exhaust a small thread stack.
   for (Action* action = first; action != nullptr;) {
-    nextToStart_ = nullptr;
+    successorToStart_ = nullptr;
     action->execute();
-    action = nextToStart_;
+    action = successorToStart_;
   }
 }
 
@@ -332,7 +318,7 @@ Action* Scene::successorOf(const Action& action) const {
 
 void Scene::onActionStarted(Action* action) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  if (!action->block()) nextToStart_ = successorOf(*action);
+  if (!action->block()) successorToStart_ = successorOf(*action);
 }
 
 void Scene::onActionFinished(Action* action, bool report) {
@@ -345,7 +331,7 @@ void Scene::onActionFinished(Action* action, bool report) {
   processing_ = false;
 }
 
-bool Scene::takeActionTurn(Action& action) {
+bool Scene::finishFiredAction(Action& action) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   const bool cancelled = action.takeCancelledFiring();
   if (cancelled || !action.isRunning()) return false;

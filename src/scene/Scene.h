@@ -91,7 +91,7 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   void onActionFinished(Action* action, bool report);
   // Called on the timer thread when an action's timer fired: forgets the action's timer and
   // reports it finished. False when the action's timer was killed meanwhile (nothing to do).
-  bool takeActionTurn(Action& action);
+  bool finishFiredAction(Action& action);
   // The feed's status message: the scene name and its first action.
   std::string buildStatusMessage() const;
   // The command that reports a finished run to the feed program.
@@ -124,7 +124,7 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   bool actionsDirty_ = true;                // guarded by mutex_
   bool processing_ = false;                 // guarded by mutex_
   uint32_t finishedCount_ = 0;              // guarded by mutex_
-  Action* nextToStart_ = nullptr;           // guarded by mutex_; see startActionsFrom
+  Action* successorToStart_ = nullptr;      // guarded by mutex_; see startActionsFrom
 };
 
 }  // namespace zorvik

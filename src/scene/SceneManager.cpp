@@ -1,3 +1,4 @@
+// SceneManager: the command operations over the registry of scenes and the store.
 #include "scene/SceneManager.h"
 
 #include <algorithm>
@@ -80,6 +81,14 @@ std::shared_ptr<Scene> SceneManager::findScene(int32_t id) {
   return nullptr;
 }
 
+template <typename Operation>
+std::string SceneManager::withScene(int32_t id, Operation operation) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const std::shared_ptr<Scene> scene = findScene(id);
+  if (!scene) return reply(kSceneNotFound);
+  return operation(*scene);
+}
+
 std::optional<int32_t> SceneManager::chooseId(int32_t requested) {
   // Large ids are the caller's own and kept as given, without a uniqueness check.
   if (requested > kLargestAutomaticId) return requested;
@@ -136,32 +145,29 @@ std::string SceneManager::getMultipleScene(int32_t startId, int32_t endId) {
 // change. The live scene changes only once the store has accepted the new values.
 std::string SceneManager::updateScene(int32_t id, const std::string& name,
                                       const std::string& actions, const std::string& launch) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  const std::shared_ptr<Scene> scene = findScene(id);
-  if (!scene) return reply(kSceneNotFound);
-  stopIfRunning(*scene);
-  if (!store_->modifyScene(Scene(id, name, actions, launch))) return reply(kUpdateDatabaseFailed);
-  scene->setName(name);
-  scene->setActionsJson(actions);
-  scene->setLaunchJson(launch);
-  refreshAlarm(*scene);
-  return reply(kSuccess);
+  return withScene(id, [&](Scene& scene) {
+    stopIfRunning(scene);
+    if (!store_->modifyScene(Scene(id, name, actions, launch))) return reply(kUpdateDatabaseFailed);
+    scene.setName(name);
+    scene.setActionsJson(actions);
+    scene.setLaunchJson(launch);
+    refreshAlarm(scene);
+    return reply(kSuccess);
+  });
 }
 
 std::string SceneManager::startScene(int32_t id) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  const std::shared_ptr<Scene> scene = findScene(id);
-  if (!scene) return reply(kSceneNotFound);
-  if (scene->isProcessing()) return reply(kSceneIsProcessing);
-  return reply(static_cast<int>(scene->execute()));
+  return withScene(id, [](Scene& scene) {
+    if (scene.isProcessing()) return reply(kSceneIsProcessing);
+    return reply(static_cast<int>(scene.execute()));
+  });
 }
 
 std::string SceneManager::stopScene(int32_t id) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  const std::shared_ptr<Scene> scene = findScene(id);
-  if (!scene) return reply(kSceneNotFound);
-  stopIfRunning(*scene);
-  return reply(kSuccess);
+  return withScene(id, [](Scene& scene) {
+    stopIfRunning(scene);
+    return reply(kSuccess);
+  });
 }
 
 std::string SceneManager::setSceneLaunch(int32_t id, const std::string& launch) {
@@ -171,27 +177,25 @@ std::string SceneManager::setSceneLaunch(int32_t id, const std::string& launch) 
 std::string SceneManager::removeSceneLaunch(int32_t id) { return changeLaunch(id, "", false); }
 
 std::string SceneManager::changeLaunch(int32_t id, const std::string& launch, bool refresh) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  const std::shared_ptr<Scene> scene = findScene(id);
-  if (!scene) return reply(kSceneNotFound);
-  stopIfRunning(*scene);
-  if (!store_->modifyScene(Scene(id, scene->name(), scene->actionsJson(), launch))) {
-    return reply(kUpdateDatabaseFailed);
-  }
-  scene->setLaunchJson(launch);
-  if (refresh) refreshAlarm(*scene);
-  return reply(kSuccess);
+  return withScene(id, [&](Scene& scene) {
+    stopIfRunning(scene);
+    if (!store_->modifyScene(Scene(id, scene.name(), scene.actionsJson(), launch))) {
+      return reply(kUpdateDatabaseFailed);
+    }
+    scene.setLaunchJson(launch);
+    if (refresh) refreshAlarm(scene);
+    return reply(kSuccess);
+  });
 }
 
 std::string SceneManager::removeScene(int32_t id) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  const std::shared_ptr<Scene> scene = findScene(id);
-  if (!scene) return reply(kSceneNotFound);
-  stopIfRunning(*scene);
-  // A refused delete keeps the scene registered (stopped), in step with the store.
-  if (!store_->deleteScene(id)) return reply(kUpdateDatabaseFailed);
-  scenes_.erase(std::find(scenes_.begin(), scenes_.end(), scene));
-  return reply(kSuccess);
+  return withScene(id, [&](Scene& scene) {
+    stopIfRunning(scene);
+    // A refused delete keeps the scene registered (stopped), in step with the store.
+    if (!store_->deleteScene(id)) return reply(kUpdateDatabaseFailed);
+    scenes_.erase(std::find(scenes_.begin(), scenes_.end(), scene.shared_from_this()));
+    return reply(kSuccess);
+  });
 }
 
 std::string SceneManager::startSceneByDeviceStatus(const std::string& mac, bool connected) {
@@ -205,10 +209,9 @@ std::string SceneManager::startSceneByDeviceStatus(const std::string& mac, bool 
 }
 
 std::string SceneManager::isSceneProcessing(int32_t id) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  const std::shared_ptr<Scene> scene = findScene(id);
-  if (!scene) return reply(kSceneNotFound);
-  return replyWith(kSuccess, "processing", json_object_new_int(scene->isProcessing() ? 1 : 0));
+  return withScene(id, [](Scene& scene) {
+    return replyWith(kSuccess, "processing", json_object_new_int(scene.isProcessing() ? 1 : 0));
+  });
 }
 
 std::string SceneManager::getScenesCount() {

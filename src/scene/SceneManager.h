@@ -74,6 +74,10 @@ class SceneManager {
 
  private:
   std::shared_ptr<Scene> findScene(int32_t id);  // mutex_ held
+  // Runs `operation` (Scene& -> reply) on the scene `id` under mutex_; "scene not found" (3502)
+  // when no scene has that id.
+  template <typename Operation>
+  std::string withScene(int32_t id, Operation operation);
   // The id addScene uses for a requested one; none when the automatic ids are exhausted.
   std::optional<int32_t> chooseId(int32_t requested);  // mutex_ held
   // Stores and applies a new launch text (setSceneLaunch, removeSceneLaunch).

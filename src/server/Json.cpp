@@ -1,3 +1,4 @@
+// Json: thin wrappers over json-c's parsing, member look-up and serialisation.
 #include "server/Json.h"
 
 namespace zorvik {

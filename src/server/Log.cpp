@@ -1,3 +1,4 @@
+// Log: formats each line with the daemon's prefix and hands it to syslog or a test sink.
 #include "server/Log.h"
 
 #include <syslog.h>

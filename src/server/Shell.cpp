@@ -1,5 +1,7 @@
+// Shell: runs command lines through a replaceable backend, logging them as the daemon does.
 #include "server/Shell.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -50,6 +52,17 @@ int Shell::runLogged(const char* module, int line, int level, const std::string&
   const int result = system(command);
   if (result != 0) LogMessage(module, line, kLogError).stream() << "system call error";
   return result;
+}
+
+std::string Shell::captureLogged(const char* module, int line, const std::string& command,
+                                 LineFeeds lineFeeds) {
+  std::optional<std::string> output = capture(command);
+  if (!output) return "";
+  if (lineFeeds == LineFeeds::kAsBlanks) std::replace(output->begin(), output->end(), '\n', ' ');
+  // The blank before the comma and none after it are how this line has always read.
+  LogMessage(module, line, kLogInfo).stream()
+      << "system command: " << command << " ,output: " << *output;
+  return *output;
 }
 
 std::string Shell::quote(const std::string& text) {

@@ -1,6 +1,6 @@
 // Shell: the one place where the daemon runs shell commands.
 //
-// Every command line of the daemon goes through run() (system) or capture() (popen). Tests
+// Every command line of the daemon goes through system() or capture() (popen). Tests
 // install a Backend that records the lines instead of running them. quote() makes caller text
 // safe to embed in a command line as one single-quoted shell word.
 //
@@ -34,6 +34,14 @@ class Shell {
   // and logs "system call error" at the error level when the result is not 0.
   static int runLogged(const char* module, int line, int level, const std::string& command);
 
+  // What captureLogged does with the line feeds of a command's output.
+  enum class LineFeeds { kKeep, kAsBlanks };
+  // Runs `command` through capture(), logs "system command: " + command + " ,output: " + output
+  // at the info level under the caller's module and line, and returns the output; "" without a
+  // log line when the command cannot be started. The exit status is not looked at.
+  static std::string captureLogged(const char* module, int line, const std::string& command,
+                                   LineFeeds lineFeeds);
+
   // `text` as one single-quoted shell word: each single quote inside becomes '\''.
   static std::string quote(const std::string& text);
 
@@ -44,6 +52,10 @@ class Shell {
 }  // namespace zorvik
 
 // Runs a command line through Shell::runLogged with this file's name and line.
-#define ZSHELL_RUN(level, command) ::zorvik::Shell::runLogged(__FILE_NAME__, __LINE__, (level), (command))
+#define ZSHELL_RUN(level, command) \
+  ::zorvik::Shell::runLogged(__FILE_NAME__, __LINE__, (level), (command))
+// Runs a command line through Shell::captureLogged with this file's name and line.
+#define ZSHELL_CAPTURE(command, lineFeeds) \
+  ::zorvik::Shell::captureLogged(__FILE_NAME__, __LINE__, (command), (lineFeeds))
 
 #endif  // ZORVIK_SERVER_SHELL_H_

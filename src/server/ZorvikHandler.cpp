@@ -1,3 +1,4 @@
+// ZorvikHandler: passes each Thrift `request` call to the request tunnel.
 #include "server/ZorvikHandler.h"
 
 #include "server/ZorvikTunnel.h"

@@ -1,13 +1,20 @@
+// ZorvikTunnel: the command table and the reading, logging and dispatch of one request.
 #include "server/ZorvikTunnel.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <ctime>
-#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
 
 #include "scene/SceneManager.h"
 #include "server/Json.h"
 #include "server/Log.h"
 #include "server/ResultCode.h"
+#include "server/Text.h"
 
 namespace zorvik {
 namespace {
@@ -32,165 +39,182 @@ constexpr ResultMessage kResultMessages[] = {
     {kSceneHasNoHomeLaunch, "scene has not home launch mode"},
 };
 
-// The id handed to addScene when the caller gives none: the manager then picks the next free one.
-constexpr int32_t kNoSceneId = -1;
+// How a member is read. Integers and booleans take json-c's conversions of other JSON types,
+// and so do strings, which must not read as empty; an array must be a JSON array and, like JSON
+// text, travels in json-c's serialisation, which is what the scene manager stores.
+enum Type { kInteger, kBoolean, kNonEmptyString, kArray, kJsonText };
 
-// A present member in json-c's serialisation, which is what the scene manager stores.
-std::string jsonTextOf(json_object* value) { return json_object_to_json_string(value); }
-
-// The members shared by "scene_setting" and "scene_update".
-struct SceneBody {
-  std::string name;
-  std::string actions;
-  std::string launch;  // empty when the caller gave none
+struct Member {
+  const char* key;
+  Type type;
 };
 
-// Reads "name" (non-empty) and "action_list" (an array), and "launch" when present.
-bool readSceneBody(json_object* request, SceneBody& body) {
-  json_object* name = Json::member(request, "name");
-  json_object* actions = Json::member(request, "action_list");
-  if (name == nullptr || actions == nullptr) return false;
-  body.name = Json::text(name);
-  if (body.name.empty() || !json_object_is_type(actions, json_type_array)) return false;
-  body.actions = jsonTextOf(actions);
-  json_object* launch = Json::member(request, "launch");
-  if (launch != nullptr) body.launch = jsonTextOf(launch);
-  return true;
-}
+constexpr Member kMembers[] = {
+    {"id", kInteger},         {"start_id", kInteger},    {"end_id", kInteger},
+    {"week", kInteger},       {"connected", kBoolean},   {"name", kNonEmptyString},
+    {"mac", kNonEmptyString}, {"time", kNonEmptyString}, {"action_list", kArray},
+    {"launch", kJsonText},
+};
 
-// Each command handler reads its members, logs the call and returns the manager's reply; an
-// empty reply means the members were refused.
-using CommandHandler = std::string (*)(json_object* request, SceneManager& manager);
+constexpr char kOptionalMark = '?';
+constexpr int32_t kNoSceneId = -1;
+constexpr char kNowPlaceholder[] = "now";
 
-std::string addScene(json_object* request, SceneManager& manager) {
-  SceneBody body;
-  if (!readSceneBody(request, body)) return "";
-  json_object* id = Json::member(request, "id");
-  const int32_t sceneId = id != nullptr ? json_object_get_int(id) : kNoSceneId;
-  ZLOG(kLogInfo) << "addScene: id=" << sceneId;
-  ZLOG(kLogInfo) << "addScene: name=" << body.name;
-  ZLOG(kLogInfo) << "addScene: actions=" << body.actions;
-  if (!body.launch.empty()) ZLOG(kLogInfo) << "addScene: launch=" << body.launch;
-  return manager.addScene(sceneId, body.name, body.actions, body.launch);
-}
+using Value = std::variant<int32_t, bool, std::string>;
+// The values of a command's members by key, in the order of its members.
+using Values = std::vector<std::pair<std::string_view, Value>>;
+using Operation = std::string (*)(SceneManager& manager, const Values& values);
 
-std::string getMultipleScene(json_object* request, SceneManager& manager) {
-  json_object* startId = Json::member(request, "start_id");
-  json_object* endId = Json::member(request, "end_id");
-  if (startId == nullptr || endId == nullptr) return "";
-  const int32_t start = json_object_get_int(startId);
-  const int32_t end = json_object_get_int(endId);
-  ZLOG(kLogInfo) << "getMultipleScene: startId=" << start << ", endId=" << end;
-  return manager.getMultipleScene(start, end);
-}
-
-std::string updateScene(json_object* request, SceneManager& manager) {
-  json_object* id = Json::member(request, "id");
-  SceneBody body;
-  if (id == nullptr || !readSceneBody(request, body)) return "";
-  const int32_t sceneId = json_object_get_int(id);
-  ZLOG(kLogInfo) << "updateScene: id=" << sceneId << ", name=" << body.name;
-  ZLOG(kLogInfo) << "updateScene: actions=" << body.actions;
-  if (!body.launch.empty()) ZLOG(kLogInfo) << "updateScene: launch=" << body.launch;
-  return manager.updateScene(sceneId, body.name, body.actions, body.launch);
-}
-
-std::string setSceneLaunch(json_object* request, SceneManager& manager) {
-  json_object* id = Json::member(request, "id");
-  json_object* launch = Json::member(request, "launch");
-  if (id == nullptr || launch == nullptr) return "";
-  const std::string launchText = jsonTextOf(launch);
-  if (launchText.empty()) return "";
-  const int32_t sceneId = json_object_get_int(id);
-  ZLOG(kLogInfo) << "setSceneLaunch: id=" << sceneId << ", launch=" << launchText;
-  return manager.setSceneLaunch(sceneId, launchText);
-}
-
-std::string startSceneByDeviceStatus(json_object* request, SceneManager& manager) {
-  json_object* mac = Json::member(request, "mac");
-  json_object* connected = Json::member(request, "connected");
-  if (mac == nullptr || connected == nullptr) return "";
-  const std::string macText = Json::text(mac);
-  if (macText.empty()) return "";
-  const bool isConnected = json_object_get_boolean(connected);
-  ZLOG(kLogInfo) << "startSceneByDeviceStatus: mac=" << macText
-                 << ", connected=" << (isConnected ? 1 : 0);
-  return manager.startSceneByDeviceStatus(macText, isConnected);
-}
-
-std::string startSceneByCrontab(json_object* request, SceneManager& manager) {
-  json_object* week = Json::member(request, "week");
-  json_object* timeOfDay = Json::member(request, "time");
-  if (week == nullptr || timeOfDay == nullptr) return "";
-  const std::string timeText = Json::text(timeOfDay);
-  if (timeText.empty()) return "";
-  const int32_t weekday = json_object_get_int(week);
-  // The tick's own clock is only logged, to line the tick up with the router's time.
-  ZLOG(kLogInfo) << "startSceneByCrontab: week=" << weekday << ", time=" << timeText
-                 << ", utc:" << std::time(nullptr);
-  return manager.startSceneByCrontab(weekday, timeText);
-}
-
-// Commands that take only a scene id: "id" must be present; logged as `label` + ": id=" + id.
-template <const char* label, std::string (SceneManager::*operation)(int32_t)>
-std::string runWithId(json_object* request, SceneManager& manager) {
-  json_object* id = Json::member(request, "id");
-  if (id == nullptr) return "";
-  const int32_t sceneId = json_object_get_int(id);
-  ZLOG(kLogInfo) << label << ": id=" << sceneId;
-  return (manager.*operation)(sceneId);
-}
-
-// Commands without members: logged as `label`.
-template <const char* label, std::string (SceneManager::*operation)()>
-std::string runPlain(json_object*, SceneManager& manager) {
-  ZLOG(kLogInfo) << label;
-  return (manager.*operation)();
-}
-
-constexpr char kGetAllScenes[] = "get all scenes";
-constexpr char kGetSingleScene[] = "getSingleScene";
-constexpr char kStartScene[] = "startScene";
-constexpr char kStopScene[] = "stopScene";
-constexpr char kRemoveSceneLaunch[] = "removeSceneLaunch";
-constexpr char kRemoveScene[] = "removeScene";
-constexpr char kIsSceneProcessing[] = "isSceneProcessing";
-constexpr char kGetScenesCount[] = "get scenes count";
-constexpr char kResetScenes[] = "reset scenes";
-constexpr char kRecordSceneByCrontab[] = "recordSceneByCrontab";
-
+// One command: its word, its members, its log lines and its scene-manager operation.
 struct Command {
   const char* word;
-  CommandHandler handler;
+  // The keys of the members, in the order the operation takes them. Each must be present (a JSON
+  // null is absent) unless marked optional with "?": then an absent integer reads as -1 (the id
+  // addScene then picks itself) and anything else as empty text.
+  const char* members;
+  // The info lines logged before the operation runs, one per line of this text: "{key}" shows
+  // that member's value (a boolean as 1 or 0), "{now}" the time in seconds since the epoch. A
+  // line that would show an empty value (an absent optional member) is left out.
+  const char* log;
+  Operation operation;
 };
 
-// The commands, in the order the command word is matched against them.
+template <typename... Parameters, size_t... index>
+std::string call(std::string (SceneManager::*operation)(Parameters...), SceneManager& manager,
+                 const Values& values, std::index_sequence<index...>) {
+  return (manager.*operation)(std::get<std::decay_t<Parameters>>(values[index].second)...);
+}
+
+template <typename... Parameters>
+std::string call(std::string (SceneManager::*operation)(Parameters...), SceneManager& manager,
+                 const Values& values) {
+  return call(operation, manager, values, std::index_sequence_for<Parameters...>());
+}
+
+// Calls `operation` with the values in order, each taken as the type of its parameter.
+template <auto operation>
+std::string run(SceneManager& manager, const Values& values) {
+  return call(operation, manager, values);
+}
+
+// The commands, in the order the command word is matched against them. The crontab tick's own
+// clock is only logged, to line the tick up with the router's time.
 constexpr Command kCommands[] = {
-    {"scene_setting", addScene},
-    {"get_scene_setting", runPlain<kGetAllScenes, &SceneManager::getAllScenes>},
-    {"get_single_scene_setting", runWithId<kGetSingleScene, &SceneManager::getSingleScene>},
-    {"get_multiple_scene_setting", getMultipleScene},
-    {"scene_update", updateScene},
-    {"scene_start", runWithId<kStartScene, &SceneManager::startScene>},
-    {"scene_stop", runWithId<kStopScene, &SceneManager::stopScene>},
-    {"scene_launch", setSceneLaunch},
-    {"scene_launch_delete", runWithId<kRemoveSceneLaunch, &SceneManager::removeSceneLaunch>},
-    {"scene_delete", runWithId<kRemoveScene, &SceneManager::removeScene>},
-    {"scene_start_by_device_status", startSceneByDeviceStatus},
-    {"is_scene_processing", runWithId<kIsSceneProcessing, &SceneManager::isSceneProcessing>},
-    {"get_scene_count", runPlain<kGetScenesCount, &SceneManager::getScenesCount>},
-    {"reset_scenes", runPlain<kResetScenes, &SceneManager::resetScenes>},
-    {"scene_start_by_crontab", startSceneByCrontab},
-    {"scene_record_by_crontab",
-     runPlain<kRecordSceneByCrontab, &SceneManager::recordSceneByCrontab>},
+    {"scene_setting", "id? name action_list launch?",
+     "addScene: id={id}\naddScene: name={name}\naddScene: actions={action_list}\n"
+     "addScene: launch={launch}",
+     run<&SceneManager::addScene>},
+    {"get_scene_setting", "", "get all scenes", run<&SceneManager::getAllScenes>},
+    {"get_single_scene_setting", "id", "getSingleScene: id={id}",
+     run<&SceneManager::getSingleScene>},
+    {"get_multiple_scene_setting", "start_id end_id",
+     "getMultipleScene: startId={start_id}, endId={end_id}", run<&SceneManager::getMultipleScene>},
+    {"scene_update", "id name action_list launch?",
+     "updateScene: id={id}, name={name}\nupdateScene: actions={action_list}\n"
+     "updateScene: launch={launch}",
+     run<&SceneManager::updateScene>},
+    {"scene_start", "id", "startScene: id={id}", run<&SceneManager::startScene>},
+    {"scene_stop", "id", "stopScene: id={id}", run<&SceneManager::stopScene>},
+    {"scene_launch", "id launch", "setSceneLaunch: id={id}, launch={launch}",
+     run<&SceneManager::setSceneLaunch>},
+    {"scene_launch_delete", "id", "removeSceneLaunch: id={id}",
+     run<&SceneManager::removeSceneLaunch>},
+    {"scene_delete", "id", "removeScene: id={id}", run<&SceneManager::removeScene>},
+    {"scene_start_by_device_status", "mac connected",
+     "startSceneByDeviceStatus: mac={mac}, connected={connected}",
+     run<&SceneManager::startSceneByDeviceStatus>},
+    {"is_scene_processing", "id", "isSceneProcessing: id={id}",
+     run<&SceneManager::isSceneProcessing>},
+    {"get_scene_count", "", "get scenes count", run<&SceneManager::getScenesCount>},
+    {"reset_scenes", "", "reset scenes", run<&SceneManager::resetScenes>},
+    {"scene_start_by_crontab", "week time",
+     "startSceneByCrontab: week={week}, time={time}, utc:{now}",
+     run<&SceneManager::startSceneByCrontab>},
+    {"scene_record_by_crontab", "", "recordSceneByCrontab",
+     run<&SceneManager::recordSceneByCrontab>},
 };
 
-// Runs the command named by `word`; "api not exists" when no command has that name.
-std::string dispatch(const std::string& word, json_object* request, SceneManager& manager) {
-  for (const Command& command : kCommands) {
-    if (word == command.word) return command.handler(request, manager);
+// The piece of `text` up to the first `separator`; `text` loses the piece and the separator.
+std::string_view takePiece(std::string_view& text, char separator) {
+  const size_t end = std::min(text.find(separator), text.size());
+  const std::string_view piece = text.substr(0, end);
+  text.remove_prefix(std::min(end + 1, text.size()));
+  return piece;
+}
+
+// The value of `member` in `request`, or nothing when it is refused.
+std::optional<Value> read(json_object* request, const Member& member, bool optional) {
+  json_object* value = Json::member(request, member.key);
+  if (value == nullptr && !optional) return std::nullopt;
+  if (value == nullptr) return member.type == kInteger ? Value(kNoSceneId) : Value(std::string());
+  switch (member.type) {
+    case kInteger:
+      return Value(json_object_get_int(value));
+    case kBoolean:
+      return Value(json_object_get_boolean(value) != 0);
+    case kNonEmptyString:
+      if (Json::text(value).empty()) return std::nullopt;
+      return Value(Json::text(value));
+    case kArray:
+      if (!json_object_is_type(value, json_type_array)) return std::nullopt;
+      [[fallthrough]];
+    case kJsonText:
+      return Value(std::string(json_object_to_json_string(value)));
   }
-  return ZorvikTunnel::buildErrorReply(kApiNotExists);
+  return std::nullopt;
+}
+
+// The command's member values, or nothing when one of them is refused.
+std::optional<Values> readMembers(const Command& command, json_object* request) {
+  Values values;
+  for (std::string_view keys = command.members; !keys.empty();) {
+    std::string_view key = takePiece(keys, ' ');
+    const bool optional = key.back() == kOptionalMark;
+    if (optional) key.remove_suffix(1);
+    std::optional<Value> value = read(request, *findWord(kMembers, &Member::key, key), optional);
+    if (!value) return std::nullopt;
+    values.emplace_back(key, std::move(*value));
+  }
+  return values;
+}
+
+// What a log line shows for the placeholder `key`.
+std::string shown(const Values& values, std::string_view key) {
+  if (key == kNowPlaceholder) return std::to_string(std::time(nullptr));
+  for (const auto& [member, value] : values) {
+    if (member != key) continue;
+    if (const int32_t* number = std::get_if<int32_t>(&value)) return std::to_string(*number);
+    if (const bool* flag = std::get_if<bool>(&value)) return *flag ? "1" : "0";
+    return std::get<std::string>(value);
+  }
+  return "";
+}
+
+void logCall(const Command& command, const Values& values) {
+  for (std::string_view format = command.log; !format.empty();) {
+    std::string_view line = takePiece(format, '\n');
+    std::string text;
+    bool complete = true;
+    for (size_t open; (open = line.find('{')) != std::string_view::npos;) {
+      text += line.substr(0, open);
+      line.remove_prefix(open + 1);
+      const std::string value = shown(values, takePiece(line, '}'));
+      complete = complete && !value.empty();
+      text += value;
+    }
+    if (complete) ZLOG(kLogInfo) << text << line;
+  }
+}
+
+// Runs the command named by `word`: reads and checks its members, logs the call and returns the
+// operation's reply; empty when a member is refused, "api not exists" for an unknown word.
+std::string dispatch(const std::string& word, json_object* request, SceneManager& manager) {
+  const Command* command = findWord(kCommands, &Command::word, word);
+  if (command == nullptr) return ZorvikTunnel::buildErrorReply(kApiNotExists);
+  const std::optional<Values> values = readMembers(*command, request);
+  if (!values) return "";
+  logCall(*command, *values);
+  return command->operation(manager, *values);
 }
 
 }  // namespace
@@ -230,8 +254,7 @@ json_object* ZorvikTunnel::buildErrorObject(int code) {
 }
 
 std::string ZorvikTunnel::buildErrorReply(int code) {
-  json_object* object = buildErrorObject(code);
-  return Json::takeText(object);
+  return Json::takeText(buildErrorObject(code));
 }
 
 }  // namespace zorvik

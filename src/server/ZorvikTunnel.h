@@ -2,9 +2,11 @@
 // returns that operation's reply text; it also builds the error replies that the scene manager
 // uses. ZorvikHandler (its own pair of files) is the Thrift handler that hands each call here.
 //
-// handleCommand parses the command, checks and extracts that command's members, logs the call
-// and returns the manager's reply unchanged. A text that is not a well-formed command answers
-// "parameter format error" (code 3), an unknown command word "api not exists" (code -1).
+// handleCommand parses the command and looks its word up in a table that gives, for each command,
+// the members it reads (with their types and whether they are optional), the lines it logs and
+// the scene-manager operation it calls; the manager's reply is returned unchanged. A text that is
+// not a well-formed command answers "parameter format error" (code 3), an unknown command word
+// "api not exists" (code -1).
 //
 // Threading: the tunnel keeps no state; handleCommand runs on up to three RPC worker threads at
 // once and each call parses and frees its own document. Serialising the scene operations is the

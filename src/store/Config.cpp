@@ -1,8 +1,10 @@
+// Config: reads and rewrites a "key = value" configuration file.
 #include "store/Config.h"
 
 #include <fstream>
 
 #include "server/Log.h"
+#include "server/Text.h"
 
 namespace zorvik {
 namespace {
@@ -12,8 +14,6 @@ const char kHeaderMarker[] = "Config";
 const char kSeparator = '=';
 const char kWrittenSeparator[] = " = ";
 const char kWhiteSpace[] = " \t\r\n\v\f";
-
-bool beginsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
 
 std::string trim(const std::string& text) {
   const size_t first = text.find_first_not_of(kWhiteSpace);
@@ -51,7 +51,7 @@ void Config::read() {
 
 // A later line with the same key replaces the earlier value.
 void Config::parseLine(const std::string& line) {
-  if (line.empty() || beginsWith(line, kCommentMarker) || beginsWith(line, kHeaderMarker)) return;
+  if (line.empty() || startsWith(line, kCommentMarker) || startsWith(line, kHeaderMarker)) return;
   const size_t separator = line.find(kSeparator);
   if (separator == std::string::npos) return;
   entries_[trim(line.substr(0, separator))] = trim(line.substr(separator + 1));

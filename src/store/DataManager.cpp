@@ -1,3 +1,4 @@
+// DataManager: the SQLite statements of the scene store and the seeding of default scenes.
 #include "store/DataManager.h"
 
 #include <cstdio>
@@ -9,6 +10,7 @@
 #include "scene/Scene.h"
 #include "server/Log.h"
 #include "server/Shell.h"
+#include "server/Text.h"
 #include "store/Config.h"
 
 namespace zorvik {
@@ -91,6 +93,30 @@ bool runStatement(sqlite3* db, const std::string& sql, std::initializer_list<Par
   const int result = bound ? sqlite3_step(statement) : SQLITE_ERROR;
   sqlite3_finalize(statement);
   return result == SQLITE_ROW || result == SQLITE_DONE;
+}
+
+// The result of sqlite3_get_table: `rows` rows of `columns` cells after a row of column names.
+struct ResultTable {
+  std::unique_ptr<char*, decltype(&sqlite3_free_table)> cells{nullptr, &sqlite3_free_table};
+  int rows = 0;
+  int columns = 0;
+  // Row 0 holds the column names, so the first result row is 1.
+  const char* cell(int row, int column) const { return cells.get()[row * columns + column]; }
+};
+
+// The result of `sql`; nothing, after logging `failure` and SQLite's message, when it fails.
+std::optional<ResultTable> getTable(sqlite3* db, const std::string& sql, const char* failure) {
+  ResultTable table;
+  char** cells = nullptr;
+  char* error = nullptr;
+  if (sqlite3_get_table(db, sql.c_str(), &cells, &table.rows, &table.columns, &error) !=
+      SQLITE_OK) {
+    ZLOG(kLogError) << failure << textOf(error);
+    sqlite3_free(error);
+    return std::nullopt;
+  }
+  table.cells.reset(cells);
+  return table;
 }
 
 // Fills a scene from the four texts of a stored row, in the order id, name, actions, launch.
@@ -195,25 +221,15 @@ void DataManager::seedIfEmpty() {
 std::optional<int> DataManager::countScenes() {
   std::lock_guard<std::mutex> lock(mutex_);
   if (db_ == nullptr) return std::nullopt;
-  char** table = nullptr;
-  int rows = 0;
-  int columns = 0;
-  char* error = nullptr;
-  if (sqlite3_get_table(db_, statements().count.c_str(), &table, &rows, &columns, &error) !=
-      SQLITE_OK) {
-    ZLOG(kLogError) << "DataBase get table count failed: " << textOf(error);
-    sqlite3_free(error);
-    return std::nullopt;
-  }
-  // The header row comes first; the single result cell follows it.
-  const int count = (rows > 0 && columns > 0) ? std::atoi(textOf(table[columns])) : 0;
-  sqlite3_free_table(table);
-  return count;
+  const std::optional<ResultTable> table =
+      getTable(db_, statements().count, "DataBase get table count failed: ");
+  if (!table) return std::nullopt;
+  return (table->rows > 0 && table->columns > 0) ? std::atoi(textOf(table->cell(1, 0))) : 0;
 }
 
 void DataManager::seedFromFactoryFile() {
   const Config factory(factoryConfigFile_, true);
-  const bool singleScene = model().rfind(kSingleDefaultSceneModel, 0) == 0;
+  const bool singleScene = startsWith(model(), kSingleDefaultSceneModel);
   for (int n = 1;; ++n) {
     const std::string name = factory.getValue(defaultSceneKey(n, "name"));
     if (name.empty()) return;
@@ -227,27 +243,15 @@ void DataManager::seedFromFactoryFile() {
 void DataManager::loadScenes(std::vector<std::shared_ptr<Scene>>& scenes) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (db_ == nullptr) return;
-  char** table = nullptr;
-  int rows = 0;
-  int columns = 0;
-  char* error = nullptr;
-  if (sqlite3_get_table(db_, statements().readAll.c_str(), &table, &rows, &columns, &error) !=
-      SQLITE_OK) {
-    ZLOG(kLogError) << "DataBase get table failed: " << textOf(error);
-    sqlite3_free(error);
-    return;
+  const std::optional<ResultTable> table =
+      getTable(db_, statements().readAll, "DataBase get table failed: ");
+  if (!table || table->columns < kSceneColumns) return;
+  for (int row = 1; row <= table->rows; ++row) {
+    auto scene = std::make_shared<Scene>();
+    fillScene(*scene, table->cell(row, kIdColumn), table->cell(row, kNameColumn),
+              table->cell(row, kActionsColumn), table->cell(row, kLaunchColumn));
+    scenes.push_back(std::move(scene));
   }
-  if (columns >= kSceneColumns) {
-    // Row 0 holds the column names.
-    for (int row = 1; row <= rows; ++row) {
-      char** cells = table + row * columns;
-      auto scene = std::make_shared<Scene>();
-      fillScene(*scene, cells[kIdColumn], cells[kNameColumn], cells[kActionsColumn],
-                cells[kLaunchColumn]);
-      scenes.push_back(std::move(scene));
-    }
-  }
-  sqlite3_free_table(table);
 }
 
 std::vector<std::shared_ptr<Scene>> DataManager::getScenes() {
@@ -318,15 +322,7 @@ bool DataManager::isOpen() {
 }
 
 std::string DataManager::getSystemCommandOutput(const std::string& command) {
-  std::optional<std::string> captured = Shell::capture(command);
-  if (!captured) return std::string();
-  std::string output = std::move(*captured);
-  for (char& c : output) {
-    if (c == '\n') c = ' ';
-  }
-  // The blank before the comma and none after it are how this line has always read.
-  ZLOG(kLogInfo) << "system command: " << command << " ,output: " << output;
-  return output;
+  return ZSHELL_CAPTURE(command, Shell::LineFeeds::kAsBlanks);
 }
 
 }  // namespace zorvik

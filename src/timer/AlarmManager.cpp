@@ -1,3 +1,4 @@
+// AlarmManager: keeps the registered alarms and arms one receiver for the nearest.
 #include "timer/AlarmManager.h"
 
 #include <exception>

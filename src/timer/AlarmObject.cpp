@@ -1,3 +1,4 @@
+// AlarmObject: parses an alarm text and computes the time to its first and next firing.
 #include "timer/AlarmObject.h"
 
 #include <json-c/json.h>
@@ -6,11 +7,13 @@
 #include <algorithm>
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <boost/lexical_cast/bad_lexical_cast.hpp>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <optional>
 #include <stdexcept>
 
+#include "server/Json.h"
 #include "server/Log.h"
 
 namespace zorvik {
@@ -26,8 +29,6 @@ const char kEnabledKey[] = "enabled";
 const char kRepeatSeparator = ',';
 constexpr int64_t kNoUtcTime = -1;
 constexpr int64_t kNoAlarm = -1;
-constexpr int64_t kMillisPerSecond = 1000;
-constexpr int64_t kMicrosPerMilli = 1000;
 constexpr int kDaysPerWeek = 7;
 // Both 0 and 7 name Sunday; 0 is what the alarm keeps.
 constexpr int32_t kSundayAlias = 7;
@@ -42,12 +43,6 @@ constexpr int kTmYearBase = 1900;
 const char kTimeDelimiters[] = "-:,.";
 constexpr size_t kMinutesField = 1;
 constexpr size_t kSecondsField = 2;
-
-// The string form of a key's value, or "" for a JSON null.
-std::string stringOf(json_object* value) {
-  const char* text = json_object_get_string(value);
-  return text == nullptr ? std::string() : std::string(text);
-}
 
 // Splits at every separator, keeping empty pieces.
 std::vector<std::string> splitKeepingEmpty(const std::string& text, char separator) {
@@ -119,15 +114,6 @@ pt::time_duration timeOfDayOf(const std::string& text) {
   return pt::duration_from_string(text);
 }
 
-int64_t millisecondsOf(const pt::time_duration& duration) {
-  return duration.total_microseconds() / kMicrosPerMilli;
-}
-
-// Today at 00:00, `days` later, at `timeOfDay`.
-pt::ptime weeklyFiring(const pt::ptime& now, int days, const pt::time_duration& timeOfDay) {
-  return pt::ptime(now.date()) + gr::days(days) + timeOfDay;
-}
-
 }  // namespace
 
 bool AlarmObject::clearAlarm() {
@@ -150,17 +136,16 @@ void AlarmObject::parseIfDirty() {
   dirty_ = false;
   if (alarmText_.empty()) return;
 
-  json_object* root = json_tokener_parse(alarmText_.c_str());
-  if (root == nullptr) {
+  const Json::Document root = Json::parse(alarmText_);
+  if (!root) {
     ZLOG(kLogInfo) << "Alarm timer not json format";
     return;
   }
-  json_object* value = nullptr;
-  if (json_object_object_get_ex(root, kTimeKey, &value)) time_ = stringOf(value);
+  time_ = Json::memberText(root.get(), kTimeKey);
   ZLOG(kLogInfo) << "Alarm timer time: " << time_;
 
-  if (json_object_object_get_ex(root, kRepeatKey, &value)) {
-    const std::string repeat = stringOf(value);
+  if (json_object* value = Json::member(root.get(), kRepeatKey)) {
+    const std::string repeat = Json::text(value);
     if (!repeat.empty()) {
       for (const std::string& piece : splitKeepingEmpty(repeat, kRepeatSeparator)) {
         if (const std::optional<int32_t> day = weekdayOf(piece)) repeat_.push_back(*day);
@@ -169,16 +154,15 @@ void AlarmObject::parseIfDirty() {
     ZLOG(kLogInfo) << "Alarm timer repeat: " << repeat;
   }
 
-  if (json_object_object_get_ex(root, kUtcTimeKey, &value)) {
+  if (json_object* value = Json::member(root.get(), kUtcTimeKey)) {
     utcTime_ = json_object_get_int64(value);
   }
   ZLOG(kLogInfo) << "Alarm timer utc_time: " << utcTime_;
 
-  if (json_object_object_get_ex(root, kEnabledKey, &value)) {
+  if (json_object* value = Json::member(root.get(), kEnabledKey)) {
     enabled_ = json_object_get_boolean(value) != 0;
   }
   ZLOG(kLogInfo) << "Alarm timer enabled: " << (enabled_ ? 1 : 0);
-  json_object_put(root);
 }
 
 bool AlarmObject::isEnabled() {
@@ -226,62 +210,50 @@ pt::ptime AlarmObject::localNow() {
 
 int64_t AlarmObject::getFirstAlarm() { return getFirstAlarm(localNow()); }
 
-int64_t AlarmObject::getNextAlarm() { return getNextAlarm(localNow()); }
-
 int64_t AlarmObject::getFirstAlarm(const pt::ptime& now) {
   ZLOG(kLogInfo) << "get first alarm ";
   if (!isEnabled()) return kNoAlarm;
   if (!isValid()) return kNoAlarm;
   if (isOnce()) {
     // The millisecond remainder of the instant is dropped.
-    const pt::ptime next = localTimeOf(static_cast<time_t>(utcTime_ / kMillisPerSecond), 0);
+    const std::chrono::seconds instant =
+        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::milliseconds(utcTime_));
+    const pt::ptime next = localTimeOf(static_cast<time_t>(instant.count()), 0);
     const pt::time_duration diff = next - now;
-    const int64_t result = diff.is_negative() ? kNoAlarm : millisecondsOf(diff);
+    const int64_t result = diff.is_negative() ? kNoAlarm : diff.total_milliseconds();
     ZLOG(kLogInfo) << "once alarm, now: " << now;
     ZLOG(kLogInfo) << "once alarm, next: " << next;
     ZLOG(kLogInfo) << "once alarm, " << diff << ", milliseconds=" << result;
     return result;
   }
 
-  const pt::time_duration timeOfDay = timeOfDayOf(time_);
-  const int weekday = now.date().day_of_week().as_number();
   // An alarm due today counts when its time of day has not passed yet; exactly now is due now.
-  const bool passedToday = timeOfDay < now.time_of_day();
-  int minDuration = kDaysPerWeek;
-  for (const int32_t day : repeat_) {
-    int candidate = day - weekday;
-    if (candidate < 0) candidate += kDaysPerWeek;
-    if (candidate == 0 && passedToday) candidate = kDaysPerWeek;
-    minDuration = std::min(minDuration, candidate);
-  }
-  ZLOG(kLogInfo) << "period alarm, minDuration=" << minDuration;
-  const pt::ptime next = weeklyFiring(now, minDuration, timeOfDay);
-  const pt::time_duration diff = next - now;
-  const int64_t result = millisecondsOf(diff);
-  ZLOG(kLogInfo) << "period alarm, now: " << now;
-  ZLOG(kLogInfo) << "period alarm next: " << next;
-  ZLOG(kLogInfo) << "period alarm, " << diff << ", milliseconds=" << result;
-  return result;
+  const bool passedToday = timeOfDayOf(time_) < now.time_of_day();
+  return weeklyAlarm(now, passedToday ? kDaysPerWeek : 0, "period alarm next: ");
 }
 
 int64_t AlarmObject::getNextAlarm(const pt::ptime& now) {
   ZLOG(kLogInfo) << "get next alarm ";
   if (!isEnabled()) return kNoAlarm;
   if (!isPeriod()) return kNoAlarm;
-  const int weekday = now.date().day_of_week().as_number();
   // Right after a firing today's weekday counts as a week away, so no alarm fires twice a day.
+  return weeklyAlarm(now, kDaysPerWeek, "period alarm, next: ");
+}
+
+int64_t AlarmObject::weeklyAlarm(const pt::ptime& now, int todayOffset, const char* nextLabel) {
+  const int weekday = now.date().day_of_week().as_number();
   int minDuration = kDaysPerWeek;
   for (const int32_t day : repeat_) {
-    int candidate = day - weekday;
-    if (candidate <= 0) candidate += kDaysPerWeek;
-    minDuration = std::min(minDuration, candidate);
+    const int offset = (day - weekday + kDaysPerWeek) % kDaysPerWeek;
+    minDuration = std::min(minDuration, offset == 0 ? todayOffset : offset);
   }
   ZLOG(kLogInfo) << "period alarm, minDuration=" << minDuration;
-  const pt::ptime next = weeklyFiring(now, minDuration, timeOfDayOf(time_));
+  // Today at 00:00, minDuration days later, at the alarm's time of day.
+  const pt::ptime next = pt::ptime(now.date()) + gr::days(minDuration) + timeOfDayOf(time_);
   const pt::time_duration diff = next - now;
-  const int64_t result = millisecondsOf(diff);
+  const int64_t result = diff.total_milliseconds();
   ZLOG(kLogInfo) << "period alarm, now: " << now;
-  ZLOG(kLogInfo) << "period alarm, next: " << next;
+  ZLOG(kLogInfo) << nextLabel << next;
   ZLOG(kLogInfo) << "period alarm, " << diff << ", milliseconds=" << result;
   return result;
 }

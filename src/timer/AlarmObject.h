@@ -2,8 +2,8 @@
 //
 // The alarm is a small JSON text ({"time":"07:30","repeat":"1,3,5","utc_time":ms,"enabled":b}),
 // parsed lazily by the accessors whenever it changed. getFirstAlarm() and getNextAlarm() give
-// the milliseconds until the next firing in local time; the overloads taking `now` (local time)
-// serve tests, the others use the real clock.
+// the milliseconds from the local time `now` (the alarm manager's clock) until the next firing;
+// getFirstAlarm() without `now` reads the real clock.
 //
 // Threading: no lock of its own; callers serialise access to one alarm.
 #ifndef ZORVIK_TIMER_ALARMOBJECT_H_
@@ -35,7 +35,6 @@ class AlarmObject {
   int64_t getFirstAlarm();
   int64_t getFirstAlarm(const boost::posix_time::ptime& localNow);
   // Milliseconds from now to the next weekly firing after one has just happened, or -1.
-  int64_t getNextAlarm();
   int64_t getNextAlarm(const boost::posix_time::ptime& localNow);
 
   // The parsed parts (each parses first when the text changed).
@@ -52,6 +51,9 @@ class AlarmObject {
 
  private:
   void parseIfDirty();
+  // Milliseconds from `now` to the nearest weekday of the alarm at its time of day, today counting
+  // as `todayOffset` days away (0 or 7); the firing is logged after `nextLabel`.
+  int64_t weeklyAlarm(const boost::posix_time::ptime& now, int todayOffset, const char* nextLabel);
 
   int64_t utcTime_ = -1;
   std::string alarmText_;

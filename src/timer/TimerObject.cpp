@@ -1,3 +1,4 @@
+// TimerObject: arms and cancels an object's one timer with the timer event manager.
 #include "timer/TimerObject.h"
 
 #include <cassert>

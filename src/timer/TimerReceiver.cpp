@@ -1,3 +1,4 @@
+// TimerReceiver: passes the alarm manager's timer event on to the manager.
 #include "timer/TimerReceiver.h"
 
 #include "timer/AlarmManager.h"
