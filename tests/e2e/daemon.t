@@ -36,6 +36,7 @@ $ for i in 1 2 3; do (zorvikctl '{"command":"scene_record_by_crontab"}'
 ran: /usr/bin/logger stat_points_none zorvik_scene_status=1:1
 $ sleep 0.3; asked=$EPOCHREALTIME; zorvikctl '{"command":"scene_start"}'; answered=$EPOCHREALTIME
 { "code": 3, "msg": "parameter format error" }
+zorvikctl: the daemon answered code 3
 $ wait; sort -n $STATE/done | awk -v asked=$asked -v answered=$answered '{ done[NR] = $1 }
 >   END { print (answered - asked > 0.8 ? "queued" : "not queued"), "until",
 >     (answered - done[1] < 0.75 ? "the first record was done" : "later") }'

@@ -2,8 +2,8 @@
 $ zorvikctl '{"command":"scene_setting","name":"Night","action_list":[{"thirdParty":"quiro",
 > "type":"light","delay":5000,"payload":"on"}],"launch":{"go_home":{"mac":"AA:BB:CC:DD:EE:01"}}}'
 { "code": 0, "msg": "", "id": 1 }
-$ stop zorvik; zorvikctl count 2>&1; echo "exit $?"; start again; zorvikctl list
-zorvikctl: no answer from the zorvik daemon on 127.0.0.1:9096 (is it running?): socket open() error: Connection refused
+$ stop zorvik; zorvikctl count; echo "exit $?"; start again; zorvikctl list
+zorvikctl: no zorvik daemon listens on 127.0.0.1:9096 (is it running?)
 exit 3
 { "code": 0, "msg": "", "scene_list": [ { "id": 1, "name": "Night", "action_list": [ { "thirdParty": "quiro", "type": "light", "delay": 5000, "payload": "on" } ], "launch": { "go_home": { "mac": "AA:BB:CC:DD:EE:01" } } } ] }
 $ zorvikctl '{"command":"scene_setting","name":"Day","action_list":[]}'

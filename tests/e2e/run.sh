@@ -3,7 +3,8 @@
 # zorvikctl, in the BIN_DIRs) in a sandbox of its own; exits 0 when it passed, 1 when it failed,
 # 77 when no sandbox can run here. A case is a transcript, played once instance "zorvik" answers:
 #   $ COMMAND   bash in the sandbox's network, BIN_DIRs on PATH; "> MORE" lines continue it
-#   OUTPUT      the command's standard output, line by line, exactly
+#   OUTPUT      the command's standard output and error, line by line, exactly, then
+#               "[exit N]" when its exit status N is not 0
 #   log: LINE   a line the daemon logs after the one matched last; "file.cpp:NN]" is any number
 #   ran: CALL   the next call of a stub program or sibling service, exactly; if a case has ran:
 #               lines, no call may be left unchecked at its end
@@ -23,6 +24,9 @@ if [ -z "$ZORVIK_SANDBOX" ]; then
   unshare -m -n -p -f true 2>/dev/null || skip "this machine refuses new namespaces"
   for dir; do [ ! -x "$dir/zorvik" ] || daemon=$dir/zorvik; done
   STATE=$(mktemp -d "${TMPDIR:-/tmp}/zorvik-e2e.XXXXXX")
+  if [[ $case == *.md ]]; then
+    awk '/^```/ { on = /^```console/; next } on' "$case" >"$STATE/examples.t" && case=$STATE/examples.t
+  fi
   unshare --mount --net --pid --kill-child --mount-proc --propagation private -- \
     sh "$here/sandbox.sh" "$STATE" "${daemon:?no zorvik in $*}" --private-net \
     >"$STATE/sandbox.log" 2>&1 &
@@ -85,9 +89,8 @@ mask() { sed -E 's/\.(cpp|h):[0-9]+\]/.\1:NN]/'; }
 run_command() {
   [ -n "$command" ] || return 0
   if [ ${#expected[@]} -gt 0 ]; then printf '%s\n' "${expected[@]}"; fi >"$STATE/expected"
-  eval "$command" </dev/null >"$STATE/output" 2>"$STATE/errors"
-  diff "$STATE/expected" "$STATE/output" >"$STATE/diff" ||
-    fail "\$ $command"$'\n'"$(cat "$STATE/diff" "$STATE/errors")"
+  eval "$command" </dev/null >"$STATE/output" 2>&1 || echo "[exit $?]" >>"$STATE/output"
+  diff "$STATE/expected" "$STATE/output" >"$STATE/diff" || fail "\$ $command"$'\n'"$(cat "$STATE/diff")"
   command= expected=()
 }
 within() { for _ in $(seq 100); do eval "$1" && return; sleep 0.1; done; false; }  # 10 s
