@@ -19,7 +19,6 @@
 //   @insert ID | NAME | ACTIONS [| LAUNCH]  stores a row behind the manager's back
 //   @restart           a new store and manager over the same folder: what survives
 //   @start             the manager's start-up; answers its pauses in ms
-//   @sleep MS          waits
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -54,14 +53,6 @@ ShellRecorder& shell() {
 LogCapture& log() {
   static LogCapture* const capture = new LogCapture();
   return *capture;
-}
-
-// A captured line as a transcript writes it: "I ZorvikTunnel.cpp message".
-std::string logLineOf(const std::string& text) {
-  const size_t level = text.find(' ') + 1;  // after "[ZORVIK"
-  const size_t module = text.find(' ', level) + 1;
-  return text.substr(level, 1) + " " + text.substr(module, text.find(':', module) - module) + " " +
-         LogCapture::messageOf(text);
 }
 
 template <typename Done>
@@ -152,8 +143,6 @@ class Transcript {
       pauses_.clear();
       manager_->start();
       return pauses_;
-    } else if (word == "sleep") {
-      std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(first)));
     } else {
       fail(step, "a known directive", word);
     }
@@ -194,15 +183,20 @@ class Transcript {
 
   void refuseStrayCommands() {
     const std::vector<std::string> run = shell().lines();
-    for (; commandNext_ < run.size(); ++commandNext_) {
+    for (; commandNext_ < run.size(); ++commandNext_)
       fail(step_, "no further command after this step", run[commandNext_]);
-    }
   }
 
+  // The lines logged since the step as a transcript writes them: "I ZorvikTunnel.cpp message".
   std::vector<std::string> loggedSinceStep() const {
     const std::vector<CapturedLine> all = log().lines();
     std::vector<std::string> result;
-    for (size_t i = logStart_; i < all.size(); ++i) result.push_back(logLineOf(all[i].text));
+    for (auto line = all.begin() + logStart_; line < all.end(); ++line) {
+      const size_t level = line->text.find(' ') + 1, module = line->text.find(' ', level) + 1;
+      result.push_back(line->text.substr(level, 1) + " " +
+                       line->text.substr(module, line->text.find(':', module) - module) + " " +
+                       LogCapture::messageOf(line->text));
+    }
     return result;
   }
 

@@ -1,6 +1,6 @@
-# Which handler each "thirdParty" word reaches (an unknown word, in any other spelling, does
-# nothing), and the device tunnel's line: the payload in base64 without padding, logged at the
-# info level. The crontab tick runs the actions at once, in order. (Format: TranscriptRunner.cpp.)
+# The handler of each "thirdParty" word (any other spelling does nothing) and the device tunnel's
+# line: the payload in base64 without padding, logged at the info level. The crontab tick runs
+# the actions at once, in order. (Format: tests/TranscriptRunner.cpp.)
 > {"command":"scene_setting","name":"A","launch":{"timer":{"time":"07:30","repeat":"1"}},"action_list":[{"thirdParty":"unknown","type":"t","payload":"a"},{"thirdParty":"Quiro","type":"t","payload":"a"},{"thirdParty":"system","type":"t","payload":"a"},{"thirdParty":"tevra","type":"t","payload":"not json"},{"thirdParty":"tarwen","type":"t","payload":"not json"},{"thirdParty":"quiro","type":"t","payload":{"a":1}},{"thirdParty":"lumdex","type":"t","payload":{"a":1}},{"thirdParty":"quiro","type":"t"},{"thirdParty":"quiro","type":"t","payload":"ab"},{"thirdParty":"quiro","type":"t","payload":"abcd"},{"thirdParty":"quiro","type":"t","payload":"é"},{"thirdParty":"quiro","type":"t","payload":"   $0D(S!,cG9$#=4TUf$^&ZnW&vz){+*#;_#L+#^.#lo#~z /; /~  ?"}]}
 < { "code": 0, "msg": "", "id": 1 }
 @result 256 /usr/sbin/pellway 6 ''

@@ -12,11 +12,8 @@ E Action.cpp brelk router payload is not json format
 E Action.cpp brelk router payload not contain command
 E Action.cpp brelk router payload not contain mac
 E Action.cpp brelk router mac is invalid: x;touch /tmp/f
-E Action.cpp system command: reboot_safe.sh
 I Scene.cpp execute1: wan 07:30 0ms
 E Action.cpp brelk router mac is invalid: $(reboot)
-E Action.cpp brelk router mac is invalid: $(reboot)
-E Action.cpp brelk router group extra not contain mac for wan block or unblock
 E Action.cpp brelk router group extra not contain mac for wan block or unblock
 E Action.cpp brelk router shutdown extra is not json format
 E Action.cpp brelk router shutdown extra not contain duration for shutdown
@@ -27,9 +24,7 @@ $ /sbin/wifi
 $ reboot_safe.sh
 $ /usr/sbin/teldra macfilter set mac=AA:BB:CC:DD:EE:FF wan=no;/usr/sbin/teldra macfilter commit
 $ /sbin/wifi down
-
-# The second action of a pair runs "duration" after the first; a shutdown is in whole minutes
-# (on a thread of its own), and a failing command is logged.
+# A pair's second action runs "duration" later; shutdowns in whole minutes; a failure is logged.
 > {"command":"scene_start_by_crontab","week":1,"time":"07:31"}
 < { "code": 0, "msg": "" }
 I Scene.cpp execute1: wan 07:30 60000ms
@@ -37,7 +32,6 @@ $ /usr/sbin/teldra macfilter set mac=AA:BB:CC:DD:EE:FF wan=yes;/usr/sbin/teldra 
 @result 1 /sbin/wifi
 > {"command":"scene_start_by_crontab","week":1,"time":"07:40"}
 < { "code": 0, "msg": "" }
-E Action.cpp system command: /sbin/wifi
 E Action.cpp system call error
 $ /sbin/wifi
 > {"command":"scene_start_by_crontab","week":1,"time":"07:32"}
@@ -47,9 +41,7 @@ $ /usr/sbin/qumbe 2 0
 < { "code": 0, "msg": "" }
 $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "R", "list": [ { "name": "", "keyName": "" } ] } }'
 $ /usr/sbin/qumbe 2 2
-
-# In a run the first action of a pair and a shutdown always wait for their turn, the second of
-# a pair and a reboot never do (whatever "block" says): each next action here is quicker.
+# A pair's first action and a shutdown always block, a pair's second and a reboot never do.
 > {"command":"scene_setting","name":"S","action_list":[{"thirdParty":"x","type":"normal_wan_forbidden","delay":300,"block":false,"extra":{"duration":1,"mac":"AA"}},{"thirdParty":"x","type":"normal_wifi_down","extra":{"duration":150}},{"thirdParty":"quiro","type":"t","payload":"a","delay":1},{"thirdParty":"x","type":"normal_shutdown","delay":300,"block":false,"extra":{"duration":60000}},{"thirdParty":"x","type":"normal_reboot","delay":400,"block":true},{"thirdParty":"quiro","type":"t","payload":"b","delay":200}]}
 < { "code": 0, "msg": "", "id": 2 }
 > {"command":"scene_start","id":2}

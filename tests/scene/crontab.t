@@ -30,7 +30,6 @@ $ /usr/sbin/pellway 6 'Yg'
 < { "code": 0, "msg": "" }
 $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "N", "list": [ { "name": "", "keyName": "" } ] } }'
 $ /usr/sbin/pellway 6 'Yw'
-
 # Numbers at their edges: the largest weekday counts modulo 7; time texts may hold any number.
 > {"command":"scene_setting","name":"E","action_list":[{"thirdParty":"quiro","type":"t","payload":"d","delay":60000}],"launch":{"timer":{"time":"07:30","repeat":"1"}}}
 > {"command":"scene_setting","name":"F","action_list":[{"thirdParty":"quiro","type":"t","payload":"e","delay":60000}],"launch":{"timer":{"time":"0:2147483647","repeat":"1"}}}
@@ -48,9 +47,7 @@ $ /usr/sbin/pellway 6 'ZQ'
 < { "code": 0, "msg": "" }
 $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "G", "list": [ { "name": "", "keyName": "" } ] } }'
 $ /usr/sbin/pellway 6 'Zg'
-
-# A one-time alarm 40 s ago: both actions are within their minute; 70 s ago only the second;
-# in 30 s none.
+# A one-time alarm 40 s ago: both actions are in their minute; 70 s ago the second; in 30 s none.
 > {"command":"scene_setting","name":"O","action_list":[{"thirdParty":"quiro","type":"t","name":"x","payload":"g"},{"thirdParty":"quiro","type":"t","name":"y","payload":"h","delay":30000}],"launch":{"timer":{"utc_time":{now-40}000}}}
 < { "code": 0, "msg": "", "id": 8 }
 > {"command":"scene_start_by_crontab","week":1,"time":"99:99"}

@@ -1,9 +1,6 @@
 # A scene's two texts: how its actions and its launch are read, and how the scene reads back in
 # replies and in the feed message at the end of a run. (Format: tests/TranscriptRunner.cpp.)
-
-# Skipped elements are logged by array position, the actions made are numbered in order. A JSON
-# payload is passed on as json-c writes it. The feed names the scene and its first action only,
-# and a quote in the name cannot end the feed's argument.
+# Skipped elements are logged by position; the feed names the scene and its first action only.
 > {"command":"scene_setting","name":"it's","action_list":[null,{"thirdParty":"quiro","type":"t","name":"L","keyName":"K","payload":{"a":1},"delay":1},{"type":"t"},{"thirdParty":"","type":"t"},{"thirdParty":"quiro","type":"t","name":"M","payload":"b","delay":1}],"launch":{"go_home":{"mac":"AA"}}}
 < { "code": 0, "msg": "", "id": 1 }
 > {"command":"scene_start","id":1}
@@ -19,8 +16,7 @@ I Scene.cpp system command: /usr/sbin/vantpost '{ "type": 5, "data": { "name": "
 $ /usr/sbin/pellway 6 'eyAiYSI6IDEgfQ'
 $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "it'\''s", "list": [ { "name": "L", "keyName": "K" } ] } }'
 $ /usr/sbin/pellway 6 'Yg'
-
-# The actions are read again only after a change; a failing feed is logged and the run ends.
+# Actions are read again only after a change; a failing feed is logged and the run ends.
 @result 1 /usr/sbin/vantpost
 > {"command":"scene_start","id":1}
 < { "code": 0, "msg": "" }
@@ -31,9 +27,7 @@ $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "it'\''s", "list": [ { "nam
 $ /usr/sbin/pellway 6 'Yg'
 > {"command":"is_scene_processing","id":1}
 < { "code": 0, "msg": "", "processing": 0 }
-
-# Replies hold "action_list" only for an array, "launch" only for JSON: rows of an older daemon
-# may hold anything; starting a scene without actions answers 3.
+# Replies hold "action_list" only for an array, "launch" only for JSON (older rows vary).
 @insert 2 | odd | not json | not json either
 @insert 3 | obj | {"a":1}
 @restart
@@ -46,10 +40,8 @@ E Scene.cpp Scene actions not json format
 > {"command":"scene_start","id":3}
 < { "code": 3, "msg": "parameter format error" }
 E Scene.cpp Scene actions not json array
-
-# Of "go_home", "leave_home" and "timer" the first in this order wins; "enabled" is true unless
-# false. A home launch without "mac" is kept but starts nothing; a launch with none of the three
-# keys is dropped (from the store too), while a text that is no JSON is kept as it is.
+# Of "go_home", "leave_home", "timer" the first wins; "enabled" defaults to true. Without "mac"
+# a launch is kept but starts nothing; without all three keys it is dropped, also in the store.
 > {"command":"scene_setting","name":"both","action_list":[{"thirdParty":"quiro","type":"t","payload":"c","delay":1}],"launch":{"timer":{"time":"07:30","repeat":"1"},"go_home":{"mac":"BB"}}}
 < { "code": 0, "msg": "", "id": 4 }
 > {"command":"scene_setting","name":"off","action_list":[],"launch":{"leave_home":{"mac":"CC","enabled":false}}}
@@ -76,7 +68,6 @@ $ /usr/sbin/pellway 6 'Yw'
 @restart
 I Scene.cpp Scene launch not json format
 ! E Scene.cpp Scene launch mode format error
-
 # A new launch drops the timer of the old one.
 > {"command":"scene_launch","id":4,"launch":{"timer":{"time":"07:30","repeat":"1"}}}
 < { "code": 0, "msg": "" }
@@ -88,8 +79,7 @@ $ /usr/sbin/pellway 6 'Yw'
 < { "code": 0, "msg": "" }
 > {"command":"scene_start_by_crontab","week":1,"time":"07:30"}
 < { "code": 0, "msg": "" }
-
-# A one-time timer whose instant has passed is left out of replies (it stays stored).
+# A one-time timer whose instant has passed is left out of replies.
 > {"command":"scene_launch","id":5,"launch":{"timer":{"utc_time":5000}}}
 > {"command":"scene_launch","id":6,"launch":{"timer":{"utc_time":4102444800000}}}
 < { "code": 0, "msg": "" }

@@ -18,15 +18,20 @@ struct CapturedLine {
 
 class LogCapture {
  public:
-  LogCapture() : previous_(setLogSink([this](int priority, const std::string& text) {
-                   std::lock_guard<std::mutex> lock(mutex_);
-                   lines_.push_back({priority, text});
-                 })) {}
+  LogCapture()
+      : previous_(setLogSink([this](int priority, const std::string& text) {
+          std::lock_guard<std::mutex> lock(mutex_);
+          lines_.push_back({priority, text});
+        })) {}
   ~LogCapture() { setLogSink(std::move(previous_)); }
 
   std::vector<CapturedLine> lines() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return lines_;
+  }
+  void clear() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    lines_.clear();
   }
   // The message parts of the lines, in order.
   std::vector<std::string> messages() const {
@@ -41,15 +46,10 @@ class LogCapture {
     return n;
   }
   bool contains(const std::string& needle) const { return count(needle) > 0; }
-  void clear() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    lines_.clear();
-  }
-  // The text after the "]" of the prefix, without the line feed.
+  // The text after the "]" of the line's prefix, without the line feed.
   static std::string messageOf(const std::string& line) {
-    const size_t end = line.size() - (!line.empty() && line.back() == '\n');
     const size_t start = line.find(']') + 1;
-    return line.substr(start, end - start);
+    return line.substr(start, line.size() - start - (!line.empty() && line.back() == '\n'));
   }
 
  private:

@@ -1,10 +1,8 @@
-// ScriptedService: a real framed, binary Thrift service on 127.0.0.1 that answers every request
-// with one scripted reply (kScriptedThrow: it throws instead) and remembers what it received;
-// served on its own thread until the object goes away. It stands in for the sibling services.
-//
-// `Traits` names the generated interface and processor (Traits::If, Traits::Processor).
-// `beforeServe` runs on the serving thread before it listens (for example to move that thread
-// into another network namespace, where its sockets then live).
+// ScriptedService: a framed, binary Thrift service on 127.0.0.1 standing in for a sibling service.
+// It answers every request with one scripted reply (kScriptedThrow: it throws instead) and
+// remembers what it received; it serves on its own thread until the object goes away. `Traits`
+// names the generated interface and processor (Traits::If, Traits::Processor). `beforeServe`
+// runs on the serving thread before it listens (e.g. to enter another network namespace).
 #ifndef ZORVIK_TESTS_SUPPORT_SCRIPTEDSERVICE_H_
 #define ZORVIK_TESTS_SUPPORT_SCRIPTEDSERVICE_H_
 

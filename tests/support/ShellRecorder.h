@@ -1,6 +1,6 @@
 // ShellRecorder: while alive, shell commands are recorded instead of run; the system() result
 // and the popen output can be scripted per command prefix (the longest matching prefix wins).
-// Thread-safe; the shell keeps the backend alive while a command is in it.
+// Thread-safe; the shell keeps the recording state alive while a command is in it.
 #ifndef ZORVIK_TESTS_SUPPORT_SHELLRECORDER_H_
 #define ZORVIK_TESTS_SUPPORT_SHELLRECORDER_H_
 
@@ -27,12 +27,11 @@ class ShellRecorder {
  public:
   using Output = std::function<std::optional<std::string>(const std::string& command)>;
 
-  ShellRecorder() : backend_(std::make_shared<Backend>()), previous_(Shell::setBackend(backend_)) {}
+  ShellRecorder() : state_(std::make_shared<State>()), previous_(Shell::setBackend(state_)) {}
   ~ShellRecorder() { Shell::setBackend(previous_); }
 
   std::vector<RecordedCommand> commands() const {
-    std::lock_guard<std::mutex> lock(backend_->mutex);
-    return backend_->recorded;
+    return locked([&] { return state_->recorded; });
   }
   std::vector<std::string> lines() const {
     std::vector<std::string> result;
@@ -41,49 +40,42 @@ class ShellRecorder {
   }
   // Waits until at least `n` commands were recorded; false after `timeout`.
   bool waitForCount(size_t n, std::chrono::milliseconds timeout = std::chrono::seconds(5)) const {
-    std::unique_lock<std::mutex> lock(backend_->mutex);
-    return backend_->changed.wait_for(lock, timeout, [&] { return backend_->recorded.size() >= n; });
+    std::unique_lock<std::mutex> lock(state_->mutex);
+    return state_->changed.wait_for(lock, timeout, [&] { return state_->recorded.size() >= n; });
   }
   void clear() {
-    std::lock_guard<std::mutex> lock(backend_->mutex);
-    backend_->recorded.clear();
+    locked([&] { state_->recorded.clear(); });
   }
   // The system() result of commands beginning with `prefix` (otherwise 0).
   void setResult(const std::string& prefix, int result) {
-    std::lock_guard<std::mutex> lock(backend_->mutex);
-    backend_->results[prefix] = result;
+    locked([&] { state_->results[prefix] = result; });
   }
   // The popen output of commands beginning with `prefix` (otherwise ""); nullopt: popen fails.
   void setOutputFunction(const std::string& prefix, Output output) {
-    std::lock_guard<std::mutex> lock(backend_->mutex);
-    backend_->outputs[prefix] = std::move(output);
+    locked([&] { state_->outputs[prefix] = std::move(output); });
   }
   void setOutput(const std::string& prefix, std::optional<std::string> output) {
     setOutputFunction(prefix, [output](const std::string&) { return output; });
   }
 
  private:
-  struct Backend : Shell::Backend {
+  struct State : Shell::Backend {
     int system(const std::string& command) override {
       std::lock_guard<std::mutex> lock(mutex);
-      record(command, false);
-      return scriptFor(results, command, 0);
+      return record(command, false, results, 0);
     }
     std::optional<std::string> capture(const std::string& command) override {
       std::unique_lock<std::mutex> lock(mutex);
-      record(command, true);
-      const Output output = scriptFor(outputs, command, Output());
+      const Output output = record(command, true, outputs, Output());
       lock.unlock();  // the output function may take its time
       return output ? output(command) : std::optional<std::string>("");
     }
-    void record(const std::string& command, bool captured) {
+    // Records a command and returns its script; in these maps a longer prefix comes first.
+    template <typename T>
+    T record(const std::string& command, bool captured,
+             const std::map<std::string, T, std::greater<>>& scripts, T otherwise) {
       recorded.push_back({command, captured, std::chrono::steady_clock::now()});
       changed.notify_all();
-    }
-    // In these maps a longer prefix comes before the shorter ones it begins with.
-    template <typename T>
-    static T scriptFor(const std::map<std::string, T, std::greater<>>& scripts,
-                       const std::string& command, T otherwise) {
       for (const auto& [prefix, script] : scripts)
         if (command.rfind(prefix, 0) == 0) return script;
       return otherwise;
@@ -95,7 +87,13 @@ class ShellRecorder {
     std::map<std::string, Output, std::greater<>> outputs;  // guarded by mutex
   };
 
-  std::shared_ptr<Backend> backend_;
+  template <typename Body>
+  auto locked(Body body) const -> decltype(body()) {
+    std::lock_guard<std::mutex> lock(state_->mutex);
+    return body();
+  }
+
+  std::shared_ptr<State> state_;
   std::shared_ptr<Shell::Backend> previous_;
 };
 

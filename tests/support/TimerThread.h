@@ -5,9 +5,7 @@
 #include "timer/TimerEventManager.h"
 
 namespace zorvik {
-
 inline void startTimerThreadOnce() { TimerEventManager::startThread(); }
-
 }  // namespace zorvik
 
 #endif  // ZORVIK_TESTS_SUPPORT_TIMERTHREAD_H_
