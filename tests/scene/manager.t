@@ -147,6 +147,7 @@ I AlarmObject.cpp Alarm timer time: 10:05
 > {"command":"scene_launch_delete","id":7}
 > {"command":"scene_delete","id":7}
 < { "code": 3501, "msg": "update database failed" }
+! I ZorvikTunnel.cpp updateScene: launch=
 > {"command":"get_multiple_scene_setting","start_id":7,"end_id":7}
 < { "code": 0, "msg": "", "scene_list": [ { "id": 7, "name": "s", "action_list": [ { "thirdParty": "quiro", "type": "t", "delay": 60000 } ], "launch": { "leave_home": { "mac": "11:22:33:44:55:66" } } } ] }
 > {"command":"is_scene_processing","id":7}

@@ -1,7 +1,8 @@
 # A scene's two texts: how its actions and its launch are read, and how the scene reads back in
 # replies and in the feed message at the end of a run. (Format: tests/TranscriptRunner.cpp.)
-# Skipped elements are logged by position; the feed names the scene and its first action only.
-> {"command":"scene_setting","name":"it's","action_list":[null,{"thirdParty":"quiro","type":"t","name":"L","keyName":"K","payload":{"a":1},"delay":1},{"type":"t"},{"thirdParty":"","type":"t"},{"thirdParty":"quiro","type":"t","name":"M","payload":"b","delay":1}],"launch":{"go_home":{"mac":"AA"}}}
+# Skipped elements are logged by position; actions block by default; the feed names the scene
+# and its first action only.
+> {"command":"scene_setting","name":"it's","action_list":[null,{"thirdParty":"quiro","type":"t","name":"L","keyName":"K","payload":{"a":1},"delay":300},{"type":"t"},{"thirdParty":"","type":"t"},{"thirdParty":"quiro","type":"t","name":"M","payload":"b","delay":1}],"launch":{"go_home":{"mac":"AA"}}}
 < { "code": 0, "msg": "", "id": 1 }
 > {"command":"scene_start","id":1}
 < { "code": 0, "msg": "" }

@@ -53,9 +53,6 @@ I ZorvikTunnel.cpp get all scenes
 I ZorvikTunnel.cpp updateScene: id=1, name=Morning
 I ZorvikTunnel.cpp updateScene: actions=[ { "thirdParty": "quiro", "type": "t" } ]
 I ZorvikTunnel.cpp updateScene: launch={ "timer": { } }
-> {"command":"scene_update","id":2,"name":"Day","action_list":[]}
-< { "code": 0, "msg": "" }
-! I ZorvikTunnel.cpp updateScene: launch=
 > {"command":"get_single_scene_setting","id":1}
 < { "code": 0, "msg": "", "scene": { "id": 1, "name": "Morning", "action_list": [ { "thirdParty": "quiro", "type": "t" } ], "launch": { "timer": { } } } }
 I ZorvikTunnel.cpp getSingleScene: id=1
