@@ -9,12 +9,13 @@
 //   I Module.cpp text  a line of level I, D or E from that module with exactly this message is
 //                      logged after the step and after the log line matched before it (others
 //                      may come between); waited for, as actions run after their delays
-//   ! I Module.cpp te  no line logged since the step begins with this
+//   ! E Module.cpp te  no line logged since the step begins so ("! E": no error line at all)
 //   $ command line     the next command run is exactly this line (waited for); before the next
 //                      step and at the end every command run must have been expected
 // In any line {dir} is the temporary folder, {now}, {now+N}, {now-N} the time in seconds since
 // the epoch (in an expected line any second while the step ran). Directives:
-//   @file NAME TEXT    writes TEXT ("\n" for a line feed) to NAME in the folder
+//   @file NAME TEXT    writes TEXT ("\n" for a line feed) to NAME in the folder (the store's,
+//                      where the manager reads the NTP status file "ntp.status")
 //   @result N PREFIX   commands beginning with PREFIX return N from now on
 //   @insert ID | NAME | ACTIONS [| LAUNCH]  stores a row behind the manager's back
 //   @restart           a new store and manager over the same folder: what survives
@@ -76,9 +77,8 @@ class Transcript {
   void run(std::istream& in) {
     std::vector<Line> lines;
     int number = 1;
-    for (std::string text; std::getline(in, text); ++number) {
+    for (std::string text; std::getline(in, text); ++number)
       if (text.find_first_not_of(" #") == 0) lines.push_back({number, text});
-    }
     shell(), log();  // recording before the store runs its first command
     startTimerThreadOnce();
     open();
@@ -99,13 +99,12 @@ class Transcript {
  private:
   void open() {
     store_ = std::make_unique<DataManager>(dir_.path().string() + "/", dir_.file("factory.conf"));
-    // The NTP wait loop's thread parks in its first pause for good: it never polls a manager
-    // that a restart has replaced. The start-up pauses are noted.
+    // The start-up pauses are noted; the NTP wait thread parks in its first pause for good.
     auto sleeper = [this, runner = std::this_thread::get_id()](std::chrono::milliseconds pause) {
       while (std::this_thread::get_id() != runner) std::this_thread::sleep_for(kPatience);
       pauses_ += (pauses_.empty() ? "" : " ") + std::to_string(pause.count());
     };
-    manager_ = std::make_unique<SceneManager>(store_.get(), dir_.file("ntp.status"), sleeper);
+    manager_ = std::make_shared<SceneManager>(store_.get(), dir_.file("ntp.status"), sleeper);
     commandNext_ = shell().lines().size();  // the store's own start-up command is no step's
   }
 
@@ -142,6 +141,9 @@ class Transcript {
     } else if (word == "start") {
       pauses_.clear();
       manager_->start();
+      // A manager whose wait thread parks in its sleeper lives on, as the daemon's does.
+      static auto* const parked = new std::vector<std::shared_ptr<SceneManager>>();
+      if (!manager_->ntpReady()) parked->push_back(manager_);
       return pauses_;
     } else {
       fail(step, "a known directive", word);
@@ -153,20 +155,17 @@ class Transcript {
     if (line.kind() == '<' && !matches(line.body(), answer_)) fail(line, "this reply", answer_);
     if (line.kind() == '$') expectCommand(line);
     if (line.kind() == 'I' || line.kind() == 'D' || line.kind() == 'E') expectLog(line);
-    if (line.kind() == '!') {
-      for (const std::string& logged : loggedSinceStep()) {
-        if (logged.rfind(line.body(), 0) == 0) fail(line, "no such log line", logged);
-      }
-    }
+    if (line.kind() != '!') return;
+    for (const std::string& logged : loggedSinceStep())
+      if (logged.rfind(line.body(), 0) == 0) fail(line, "no such log line", logged);
   }
 
   void expectLog(const Line& line) {
     std::vector<std::string> logged;
     const bool found = waitUntil([&] {
       logged = loggedSinceStep();
-      for (size_t i = logNext_; i < logged.size(); ++i) {
+      for (size_t i = logNext_; i < logged.size(); ++i)
         if (matches(line.text, logged[i])) return logNext_ = i + 1, true;
-      }
       return false;
     });
     std::string candidates;
@@ -201,9 +200,8 @@ class Transcript {
   }
 
   bool matches(const std::string& expected, const std::string& actual) const {
-    for (std::time_t now = stepTime_; now <= stepEnd_; ++now) {
+    for (std::time_t now = stepTime_; now <= stepEnd_; ++now)
       if (expand(expected, now) == actual) return true;
-    }
     return false;
   }
 
@@ -225,15 +223,14 @@ class Transcript {
 
   TempDir dir_;
   std::unique_ptr<DataManager> store_;
-  std::unique_ptr<SceneManager> manager_;
+  std::shared_ptr<SceneManager> manager_;
   Line step_{0, ">"};
   std::string answer_;   // the step's reply, or a directive's answer
   std::string pauses_;   // the start-up pauses, in ms
   size_t logStart_ = 0;  // the step's first log line
   size_t logNext_ = 0;   // where the next expected log line is looked for, from logStart_
   size_t commandNext_ = 0;
-  std::time_t stepTime_ = 0;  // when the step began and ended, in seconds
-  std::time_t stepEnd_ = 0;
+  std::time_t stepTime_ = 0, stepEnd_ = 0;  // when the step began and ended, in seconds
 };
 
 TEST(Transcript, ProducesWhatItSays) {

@@ -1,13 +1,13 @@
-# The crontab tick replays the actions of timed scenes: on the alarm's weekdays those whose delay
-# keeps them in the alarm's minute, and those a longer delay moves into this minute (across
-# midnight and the week's end); a one-time alarm's actions within a minute after they were due.
-# A replay is logged, reports to the feed before the last action's own work, and leaves the
-# scene idle. (Format: tests/TranscriptRunner.cpp.)
+# The crontab tick replays timed scenes' actions: on the alarm's weekdays those whose delay keeps
+# them in the alarm's minute or moves them into this one (across midnight and the week's end),
+# and a one-time alarm's within a minute after they were due; logged, reported to the feed
+# before the last action's own work, leaving the scene idle. (Format: tests/TranscriptRunner.cpp.)
 > {"command":"scene_setting","name":"W","action_list":[{"thirdParty":"quiro","type":"t","name":"first","payload":"a"},{"thirdParty":"quiro","type":"t","name":"second","payload":"b","delay":120000}],"launch":{"timer":{"time":"07:30","repeat":"1,3"}}}
 > {"command":"scene_setting","name":"off","action_list":[{"thirdParty":"quiro","type":"t"}],"launch":{"timer":{"time":"07:30","repeat":"1,3","enabled":false}}}
 > {"command":"scene_setting","name":"N","action_list":[{"thirdParty":"quiro","type":"t","payload":"c","delay":1200000}],"launch":{"timer":{"time":"23:50","repeat":"6"}}}
 > {"command":"scene_setting","name":"no colon","action_list":[{"thirdParty":"quiro","type":"t","delay":60000}],"launch":{"timer":{"time":"0730","repeat":"0,1,2,3,4,5,6"}}}
 ! E
+# Nothing is due: another weekday or minute, a time without a colon (at 07:30 "off" stays off).
 > {"command":"scene_start_by_crontab","week":2,"time":"07:30"}
 > {"command":"scene_start_by_crontab","week":1,"time":"07:31"}
 > {"command":"scene_start_by_crontab","week":2,"time":"07:32"}

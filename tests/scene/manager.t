@@ -113,6 +113,7 @@ $ /usr/sbin/pellway 6 'Mg'
 > {"command":"is_scene_processing","id":7}
 < { "code": 0, "msg": "", "processing": 1 }
 # Start-up pauses 200 ms, trusts the clock if the NTP status's first line holds OK, else polls.
+@restart
 @start
 < 200
 E SceneManager.cpp Can not find ntp status file: {dir}/ntp.status

@@ -28,6 +28,7 @@ $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "it'\''s", "list": [ { "nam
 $ /usr/sbin/pellway 6 'Yg'
 > {"command":"is_scene_processing","id":1}
 < { "code": 0, "msg": "", "processing": 0 }
+@result 0 /usr/sbin/vantpost
 # Replies hold "action_list" only for an array, "launch" only for JSON (older rows vary).
 @insert 2 | odd | not json | not json either
 @insert 3 | obj | {"a":1}
