@@ -3,8 +3,6 @@
 #ifndef ZORVIK_TESTS_SUPPORT_LOGCAPTURE_H_
 #define ZORVIK_TESTS_SUPPORT_LOGCAPTURE_H_
 
-#include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -20,27 +18,42 @@ struct CapturedLine {
 
 class LogCapture {
  public:
-  LogCapture();
-  ~LogCapture();
+  LogCapture()
+      : previous_(setLogSink([this](int priority, const std::string& text) {
+          std::lock_guard<std::mutex> lock(mutex_);
+          lines_.push_back({priority, text});
+        })) {}
+  ~LogCapture() { setLogSink(std::move(previous_)); }
 
-  std::vector<CapturedLine> lines() const;
-  // The message parts (text after the "]" of the prefix, without the line feed).
-  std::vector<std::string> messages() const;
-  // True when some message contains `needle`.
-  bool contains(const std::string& needle) const;
+  std::vector<CapturedLine> lines() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return lines_;
+  }
+  void clear() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    lines_.clear();
+  }
+  // The message parts of the lines, in order.
+  std::vector<std::string> messages() const {
+    std::vector<std::string> result;
+    for (const CapturedLine& line : lines()) result.push_back(messageOf(line.text));
+    return result;
+  }
   // How many messages contain `needle`.
-  int count(const std::string& needle) const;
-  // Waits until some message contains `needle`; false after `timeout`.
-  bool waitFor(const std::string& needle,
-               std::chrono::milliseconds timeout = std::chrono::seconds(5)) const;
-  void clear();
-
-  // The message part of one captured line.
-  static std::string messageOf(const std::string& line);
+  int count(const std::string& needle) const {
+    int n = 0;
+    for (const std::string& message : messages()) n += message.find(needle) != std::string::npos;
+    return n;
+  }
+  bool contains(const std::string& needle) const { return count(needle) > 0; }
+  // The text after the "]" of the line's prefix, without the line feed.
+  static std::string messageOf(const std::string& line) {
+    const size_t start = line.find(']') + 1;
+    return line.substr(start, line.size() - start - (!line.empty() && line.back() == '\n'));
+  }
 
  private:
   mutable std::mutex mutex_;
-  mutable std::condition_variable changed_;
   std::vector<CapturedLine> lines_;  // guarded by mutex_
   LogSink previous_;
 };

@@ -3,25 +3,41 @@
 #ifndef ZORVIK_TESTS_SUPPORT_TEMPDIR_H_
 #define ZORVIK_TESTS_SUPPORT_TEMPDIR_H_
 
+#include <stdlib.h>
+
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
 #include <string>
 
 namespace zorvik {
 
 class TempDir {
  public:
-  TempDir();
-  ~TempDir();
+  TempDir() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "zorvik-test-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+    path_ = pattern;
+  }
+  ~TempDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
 
   const std::filesystem::path& path() const { return path_; }
-  // path() / name as text.
   std::string file(const std::string& name) const { return (path_ / name).string(); }
-  // Writes `content` to path() / name and returns the full path.
-  std::string write(const std::string& name, const std::string& content) const;
-
-  static std::string read(const std::string& path);
+  // Writes `content` to file(name) and returns that path.
+  std::string write(const std::string& name, const std::string& content) const {
+    std::ofstream(file(name), std::ios::binary) << content;
+    return file(name);
+  }
+  static std::string read(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  }
 
  private:
   std::filesystem::path path_;

@@ -1,11 +1,11 @@
-// Starts the process-wide timer thread once for a test program (it runs until the program ends).
+// Starts the process-wide timer thread for a test program (once; it runs until the program ends).
 #ifndef ZORVIK_TESTS_SUPPORT_TIMERTHREAD_H_
 #define ZORVIK_TESTS_SUPPORT_TIMERTHREAD_H_
 
+#include "timer/TimerEventManager.h"
+
 namespace zorvik {
-
-void startTimerThreadOnce();
-
+inline void startTimerThreadOnce() { TimerEventManager::startThread(); }
 }  // namespace zorvik
 
 #endif  // ZORVIK_TESTS_SUPPORT_TIMERTHREAD_H_

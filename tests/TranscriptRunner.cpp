@@ -1,0 +1,250 @@
+// Runs one transcript file (*.t) against the real request tunnel and scene manager over a store
+// in a temporary folder; shell commands are recorded instead of run, log lines are captured and
+// the timer thread runs. Line by line:
+//   # text             a comment (blank lines are skipped too)
+//   > {"command":...}  a request; consecutive requests share the lines after them: each of them
+//                      must produce all of it
+//   @word arguments    a directive (below), a step like a request
+//   < text             the step's reply (or a directive's answer) is exactly this text
+//   I Module.cpp text  a line of level I, D or E from that module with exactly this message is
+//                      logged after the step and after the log line matched before it (others
+//                      may come between); waited for, as actions run after their delays
+//   ! E Module.cpp te  no line logged since the step begins so ("! E": no error line at all)
+//   $ command line     the next command run is exactly this line (waited for); before the next
+//                      step and at the end every command run must have been expected
+// In any line {dir} is the temporary folder, {now}, {now+N}, {now-N} the time in seconds since
+// the epoch (in an expected line any second while the step ran). Directives:
+//   @file NAME TEXT    writes TEXT ("\n" for a line feed) to NAME in the folder (the store's,
+//                      where the manager reads the NTP status file "ntp.status")
+//   @result N PREFIX   commands beginning with PREFIX return N from now on
+//   @insert ID | NAME | ACTIONS [| LAUNCH]  stores a row behind the manager's back
+//   @restart           a new store and manager over the same folder: what survives
+//   @start             the manager's start-up; answers its pauses in ms
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <memory>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+#include "scene/Scene.h"
+#include "scene/SceneManager.h"
+#include "server/ZorvikTunnel.h"
+#include "store/DataManager.h"
+#include "support/LogCapture.h"
+#include "support/ShellRecorder.h"
+#include "support/TempDir.h"
+#include "support/TimerThread.h"
+
+namespace zorvik {
+namespace {
+
+const char* transcriptPath = nullptr;
+constexpr std::chrono::seconds kPatience(10);
+
+// Installed for the whole process and never removed: a late action never runs a real command.
+ShellRecorder& shell() {
+  static ShellRecorder* const recorder = new ShellRecorder();
+  return *recorder;
+}
+LogCapture& log() {
+  static LogCapture* const capture = new LogCapture();
+  return *capture;
+}
+
+template <typename Done>
+bool waitUntil(Done done) {
+  for (const auto deadline = std::chrono::steady_clock::now() + kPatience; !done();) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
+
+struct Line {
+  int number;
+  std::string text;
+  char kind() const { return text[0]; }
+  std::string body() const { return text.size() > 2 ? text.substr(2) : ""; }
+};
+
+class Transcript {
+ public:
+  void run(std::istream& in) {
+    std::vector<Line> lines;
+    int number = 1;
+    for (std::string text; std::getline(in, text); ++number)
+      if (text.find_first_not_of(" #") == 0) lines.push_back({number, text});
+    shell(), log();  // recording before the store runs its first command
+    startTimerThreadOnce();
+    open();
+    auto is = [&](size_t i, const char* kinds) {
+      return i < lines.size() && std::strchr(kinds, lines[i].kind()) != nullptr;
+    };
+    for (size_t first = 0, steps, end; first < lines.size(); first = end) {
+      for (steps = first + 1; is(first, ">") && is(steps, ">");) ++steps;
+      for (end = steps; is(end, "<$IDE!");) ++end;
+      for (size_t step = first; step < steps; ++step) {
+        runStep(lines[step]);
+        for (size_t expected = steps; expected < end; ++expected) check(lines[expected]);
+      }
+    }
+    refuseStrayCommands();
+  }
+
+ private:
+  void open() {
+    store_ = std::make_unique<DataManager>(dir_.path().string() + "/", dir_.file("factory.conf"));
+    // The start-up pauses are noted; the NTP wait thread parks in its first pause for good.
+    auto sleeper = [this, runner = std::this_thread::get_id()](std::chrono::milliseconds pause) {
+      while (std::this_thread::get_id() != runner) std::this_thread::sleep_for(kPatience);
+      pauses_ += (pauses_.empty() ? "" : " ") + std::to_string(pause.count());
+    };
+    manager_ = std::make_shared<SceneManager>(store_.get(), dir_.file("ntp.status"), sleeper);
+    commandNext_ = shell().lines().size();  // the store's own start-up command is no step's
+  }
+
+  void runStep(const Line& step) {
+    refuseStrayCommands();
+    step_ = step;
+    logStart_ = log().lines().size();
+    logNext_ = 0;
+    stepTime_ = std::time(nullptr);
+    answer_ = step.kind() == '>' ? ZorvikTunnel::getInstance().handleCommand(
+                                       expand(step.body(), stepTime_), *manager_)
+                                 : runDirective(step);
+    stepEnd_ = std::time(nullptr);
+  }
+
+  // Runs a directive; returns its answer.
+  std::string runDirective(const Line& step) {
+    std::istringstream words(expand(step.text.substr(1), stepTime_));
+    std::string word, first, rest;
+    words >> word >> first;
+    std::getline(words >> std::ws, rest);
+    std::smatch row;
+    static const std::regex rowFields(R"(\| (.*?) \| (.*?)(?: \| (.*))?)");
+    if (word == "file") {
+      dir_.write(first, std::regex_replace(rest, std::regex(R"(\\n)"), "\n"));
+    } else if (word == "result") {
+      shell().setResult(rest, std::stoi(first));
+    } else if (word == "insert" && std::regex_match(rest, row, rowFields)) {
+      store_->insertScene(Scene(std::stoi(first), row[1], row[2], row[3]));
+    } else if (word == "restart") {
+      manager_.reset();
+      store_.reset();
+      open();
+    } else if (word == "start") {
+      pauses_.clear();
+      manager_->start();
+      // A manager whose wait thread parks in its sleeper lives on, as the daemon's does.
+      static auto* const parked = new std::vector<std::shared_ptr<SceneManager>>();
+      if (!manager_->ntpReady()) parked->push_back(manager_);
+      return pauses_;
+    } else {
+      fail(step, "a known directive", word);
+    }
+    return "";
+  }
+
+  void check(const Line& line) {
+    if (line.kind() == '<' && !matches(line.body(), answer_)) fail(line, "this reply", answer_);
+    if (line.kind() == '$') expectCommand(line);
+    if (line.kind() == 'I' || line.kind() == 'D' || line.kind() == 'E') expectLog(line);
+    if (line.kind() != '!') return;
+    for (const std::string& logged : loggedSinceStep())
+      if (logged.rfind(line.body(), 0) == 0) fail(line, "no such log line", logged);
+  }
+
+  void expectLog(const Line& line) {
+    std::vector<std::string> logged;
+    const bool found = waitUntil([&] {
+      logged = loggedSinceStep();
+      for (size_t i = logNext_; i < logged.size(); ++i)
+        if (matches(line.text, logged[i])) return logNext_ = i + 1, true;
+      return false;
+    });
+    std::string candidates;
+    for (size_t i = logNext_; !found && i < logged.size(); ++i) candidates += "\n    " + logged[i];
+    if (!found) fail(line, "this log line, in order, since the step", candidates);
+  }
+
+  void expectCommand(const Line& line) {
+    std::vector<std::string> run;
+    waitUntil([&] { return (run = shell().lines()).size() > commandNext_; });
+    const std::string actual = run.size() > commandNext_ ? run[commandNext_++] : "(none)";
+    if (!matches(line.body(), actual)) fail(line, "this command next", actual);
+  }
+
+  void refuseStrayCommands() {
+    const std::vector<std::string> run = shell().lines();
+    for (; commandNext_ < run.size(); ++commandNext_)
+      fail(step_, "no further command after this step", run[commandNext_]);
+  }
+
+  // The lines logged since the step as a transcript writes them: "I ZorvikTunnel.cpp message".
+  std::vector<std::string> loggedSinceStep() const {
+    const std::vector<CapturedLine> all = log().lines();
+    std::vector<std::string> result;
+    for (auto line = all.begin() + logStart_; line < all.end(); ++line) {
+      const size_t level = line->text.find(' ') + 1, module = line->text.find(' ', level) + 1;
+      result.push_back(line->text.substr(level, 1) + " " +
+                       line->text.substr(module, line->text.find(':', module) - module) + " " +
+                       LogCapture::messageOf(line->text));
+    }
+    return result;
+  }
+
+  bool matches(const std::string& expected, const std::string& actual) const {
+    for (std::time_t now = stepTime_; now <= stepEnd_; ++now)
+      if (expand(expected, now) == actual) return true;
+    return false;
+  }
+
+  std::string expand(std::string text, std::time_t now) const {
+    static const std::regex token(R"(\{(dir|now([+-][0-9]+)?)\})");
+    for (std::smatch found; std::regex_search(text, found, token);) {
+      text.replace(found.position(), found.length(),
+                   found[1] == "dir"
+                       ? dir_.path().string()
+                       : std::to_string(now + (found[2].matched ? std::stol(found[2]) : 0)));
+    }
+    return text;
+  }
+
+  void fail(const Line& line, const std::string& expected, const std::string& actual) {
+    ADD_FAILURE_AT(transcriptPath, line.number)
+        << "expected " << expected << ":\n    " << line.text << "\n  actual: " << actual;
+  }
+
+  TempDir dir_;
+  std::unique_ptr<DataManager> store_;
+  std::shared_ptr<SceneManager> manager_;
+  Line step_{0, ">"};
+  std::string answer_;   // the step's reply, or a directive's answer
+  std::string pauses_;   // the start-up pauses, in ms
+  size_t logStart_ = 0;  // the step's first log line
+  size_t logNext_ = 0;   // where the next expected log line is looked for, from logStart_
+  size_t commandNext_ = 0;
+  std::time_t stepTime_ = 0, stepEnd_ = 0;  // when the step began and ended, in seconds
+};
+
+TEST(Transcript, ProducesWhatItSays) {
+  std::ifstream in(transcriptPath);
+  ASSERT_TRUE(in) << "cannot read " << transcriptPath;
+  Transcript().run(in);
+}
+
+}  // namespace
+}  // namespace zorvik
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  if (argc != 2) return (std::cerr << "usage: transcript_runner FILE.t\n"), 2;
+  zorvik::transcriptPath = argv[1];
+  return RUN_ALL_TESTS();
+}
