@@ -7,7 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -34,9 +34,12 @@ class TempDir {
     std::ofstream(file(name), std::ios::binary) << content;
     return file(name);
   }
+  // The whole file; empty when it cannot be read (missing, or a folder).
   static std::string read(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
   }
 
  private:
