@@ -167,6 +167,9 @@ const Row kRows[] = {
     {weekly("07:30", "8,-1"), "01-06 12:00", "invalid -1 -1"},
     {weekly("07:30", ""), "01-06 12:00", "invalid -1 -1"},
     {R"({"time":"07:30","repeat":"1","enabled":false})", "01-01 07:00", "off weekly -1 -1"},
+    // A null member counts as absent.
+    {R"({"time":"07:30","repeat":"1","enabled":null,"utc_time":null})", "01-01 07:00",
+     "weekly 00:30:00 168:30:00"},
     {weekly("07:30:15.5"), "01-01 07:00", "weekly 00:30:15.500000 168:30:15.500000"},
     {weekly("07:+30"), "01-01 07:00", "weekly 00:30:00 168:30:00"},
     {weekly("07:xx"), "01-01 07:00", "weekly throws throws"},
