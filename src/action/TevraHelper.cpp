@@ -5,14 +5,15 @@
 #include <pcre2.h>
 
 #include <cctype>
-#include <fstream>
 #include <memory>
+#include <sstream>
 #include <thread>
 
 #include "action/DeviceTunnel.h"
 #include "server/Json.h"
 #include "server/Log.h"
 #include "server/Shell.h"
+#include "server/TextFile.h"
 
 namespace zorvik {
 namespace {
@@ -177,8 +178,8 @@ std::string TevraHelper::getIpByMac() const { return ipFromArpTable(arpPath_, ma
 
 std::string TevraHelper::ipFromArpTable(const std::string& arpPath, const std::string& mac) {
   if (mac.empty()) return "";
-  std::ifstream table(arpPath);
-  if (!table) return "";
+  const std::optional<std::string> text = TextFile::read(arpPath);
+  if (!text) return "";
   const std::string pattern = kArpLinePattern + literalPatternOf(mac);
   int error = 0;
   PCRE2_SIZE errorOffset = 0;
@@ -189,6 +190,7 @@ std::string TevraHelper::ipFromArpTable(const std::string& arpPath, const std::s
   MatchData match(pcre2_match_data_create_from_pattern(code.get(), nullptr),
                   &pcre2_match_data_free);
   if (!match) return "";
+  std::istringstream table(*text);
   std::string line;
   while (std::getline(table, line)) {
     std::string ip = addressIn(code.get(), match.get(), line);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <fstream>
 #include <thread>
 
 #include "scene/Scene.h"
@@ -10,6 +9,7 @@
 #include "server/Log.h"
 #include "server/ResultCode.h"
 #include "server/Shell.h"
+#include "server/TextFile.h"
 #include "server/ZorvikTunnel.h"
 #include "store/DataManager.h"
 #include "timer/TimerEventManager.h"
@@ -254,13 +254,12 @@ void SceneManager::start() {
 }
 
 bool SceneManager::isNtpOk() {
-  std::ifstream in(ntpStatusFile_);
-  if (!in.is_open()) {
+  const std::optional<std::string> status = TextFile::read(ntpStatusFile_);
+  if (!status) {
     ZLOG(kLogError) << "Can not find ntp status file: " << ntpStatusFile_;
     return false;
   }
-  std::string line;
-  std::getline(in, line);
+  std::string line = status->substr(0, status->find('\n'));
   for (char& c : line) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   ZLOG(kLogError) << "===========> upper buffer: " << line;
   return line.find(kNtpOkMark) != std::string::npos;

@@ -8,6 +8,8 @@
 
 #include <cstdint>
 
+#include "server/Shell.h"
+
 namespace zorvik {
 namespace {
 
@@ -69,6 +71,10 @@ std::unique_ptr<TNonblockingServer> ServiceServer::build(std::shared_ptr<ZorvikI
   auto protocol =
       std::make_shared<TBinaryProtocolFactory>(kMaxStringSize, kNoContainerLimit, false, true);
   auto socket = std::make_shared<TNonblockingServerSocket>(kListenAddress, port);
+  // Thrift creates both inheritable: a command still running after the daemon died would hold
+  // the port (the restarted daemon could not bind) or a caller's connection.
+  socket->setListenCallback(&Shell::keepFromChildren);
+  socket->setAcceptCallback(&Shell::keepFromChildren);
   auto server = std::make_unique<TNonblockingServer>(processor, protocol, socket, startWorkers());
   server->setMaxFrameSize(kMaxFrameSize);
   limitConnections(*server);

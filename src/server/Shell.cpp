@@ -1,5 +1,7 @@
 #include "server/Shell.h"
 
+#include <fcntl.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -11,13 +13,16 @@ namespace {
 
 // Output is read in pieces that fit a 128-byte buffer.
 constexpr size_t kReadBufferSize = 128;
+// "e": the daemon's end of the pipe is close-on-exec, so commands started by other threads
+// meanwhile do not hold it.
+constexpr char kCaptureMode[] = "re";
 
 class RealBackend : public Shell::Backend {
  public:
   int system(const std::string& command) override { return std::system(command.c_str()); }
 
   std::optional<std::string> capture(const std::string& command) override {
-    FILE* pipe = popen(command.c_str(), "r");
+    FILE* pipe = popen(command.c_str(), kCaptureMode);
     if (pipe == nullptr) return std::nullopt;
     std::string output;
     char buffer[kReadBufferSize];
@@ -50,6 +55,11 @@ int Shell::runLogged(const char* module, int line, int level, const std::string&
   const int result = system(command);
   if (result != 0) LogMessage(module, line, kLogError).stream() << "system call error";
   return result;
+}
+
+void Shell::keepFromChildren(int fd) {
+  const int flags = fcntl(fd, F_GETFD);
+  if (flags >= 0) fcntl(fd, F_SETFD, flags | FD_CLOEXEC);
 }
 
 std::string Shell::quote(const std::string& text) {

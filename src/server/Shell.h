@@ -4,6 +4,11 @@
 // install a Backend that records the lines instead of running them. quote() makes caller text
 // safe to embed in a command line as one single-quoted shell word.
 //
+// A command inherits every descriptor of the daemon that is not close-on-exec, and may outlive
+// the daemon: a listening socket it held would keep the restarted daemon from binding its port.
+// Every descriptor the daemon opens is therefore close-on-exec; keepFromChildren() marks those
+// that a library opens without the flag.
+//
 // Threading: any thread may run commands; the backend is swapped under an internal mutex and
 // the calling thread keeps its own owner of the backend while a command runs.
 #ifndef ZORVIK_SERVER_SHELL_H_
@@ -33,6 +38,9 @@ class Shell {
   // Logs "system command: " + command at `level` under the caller's module and line, runs it,
   // and logs "system call error" at the error level when the result is not 0.
   static int runLogged(const char* module, int line, int level, const std::string& command);
+
+  // Marks `fd` close-on-exec, so that no command run from now on inherits it.
+  static void keepFromChildren(int fd);
 
   // `text` as one single-quoted shell word: each single quote inside becomes '\''.
   static std::string quote(const std::string& text);
