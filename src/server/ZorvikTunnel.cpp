@@ -1,5 +1,6 @@
 #include "server/ZorvikTunnel.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <ctime>
 #include <memory>
@@ -31,6 +32,18 @@ constexpr ResultMessage kResultMessages[] = {
     {kSceneIsProcessing, "scene is processing"},
     {kSceneHasNoHomeLaunch, "scene has not home launch mode"},
 };
+
+// json-c spends some 700 bytes on every object and 300 on every array it builds, so parsing a
+// request of nothing but "{}," would take about 270 times its size: 17 MiB for a frame at the
+// bound, and three workers doing so at once would take the daemon past its memory budget. A
+// request holding more opening brackets than this is refused as malformed without being parsed;
+// no request a caller means comes near it (a scene's action takes one or two).
+constexpr std::ptrdiff_t kMaxOpeningBrackets = 4096;
+
+bool hasTooManyContainers(const std::string& text) {
+  return std::count_if(text.begin(), text.end(), [](char c) { return c == '{' || c == '['; }) >
+         kMaxOpeningBrackets;
+}
 
 // The id handed to addScene when the caller gives none: the manager then picks the next free one.
 constexpr int32_t kNoSceneId = -1;
@@ -205,6 +218,7 @@ std::string ZorvikTunnel::handleCommand(const std::string& parameter) {
 }
 
 std::string ZorvikTunnel::handleCommand(const std::string& parameter, SceneManager& manager) {
+  if (hasTooManyContainers(parameter)) return buildErrorReply(kParameterFormatError);
   const Json::Document request = Json::parse(parameter);
   if (request == nullptr) return buildErrorReply(kParameterFormatError);
   std::string reply;

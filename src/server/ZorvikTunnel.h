@@ -4,7 +4,9 @@
 //
 // handleCommand parses the command, checks and extracts that command's members, logs the call
 // and returns the manager's reply unchanged. A text that is not a well-formed command answers
-// "parameter format error" (code 3), an unknown command word "api not exists" (code -1).
+// "parameter format error" (code 3), an unknown command word "api not exists" (code -1). A text
+// with more opening brackets than any real command holds also answers code 3, unparsed, as
+// parsing it would take far more memory than its size.
 //
 // Threading: the tunnel keeps no state; handleCommand runs on up to three RPC worker threads at
 // once and each call parses and frees its own document. Serialising the scene operations is the

@@ -19,22 +19,20 @@
 namespace {
 
 constexpr int kExitCannotServe = 1;
-// Buffers from this size up are mapped on their own and handed back to the system when freed.
-constexpr int kLargeBufferSize = 128 * 1024;
 
 // Thrift's own diagnostics go to the daemon's log. They mix start-up notes with callers' faults
 // (a reset connection, an oversized frame), none of them a fault of the daemon: info level.
 void logThriftOutput(const char* message) { ZLOG(zorvik::kLogInfo) << "thrift: " << message; }
 
-// A request near the frame bound passes through buffers of several MiB (frame, parameter, JSON
-// parser) on the I/O thread and on a worker. glibc raises its mmap threshold when such a buffer
-// is freed and then serves the next ones from the thread's arena, where they stay resident:
-// after a few large requests the daemon kept some 50 MiB for good. A fixed threshold keeps
-// large buffers mapped on their own, so memory goes back to the system once a request is done.
-// Other C libraries (musl) return large blocks anyway.
+// A request near the frame bound passes through buffers the size of a frame or larger (Thrift's
+// read buffer, the parameter, the reply) on the I/O thread and on a worker. glibc raises its
+// mmap threshold when such a buffer is freed and then serves the next ones from the thread's
+// heap, where a flood of large requests would leave them resident. With the threshold fixed at
+// the frame bound every such buffer is mapped on its own and goes back to the system as soon
+// as it is freed. Other C libraries (musl) return large blocks anyway.
 void returnLargeBuffersToTheSystem() {
 #if defined(__GLIBC__)
-  mallopt(M_MMAP_THRESHOLD, kLargeBufferSize);
+  mallopt(M_MMAP_THRESHOLD, static_cast<int>(zorvik::ServiceServer::kMaxFrameSize));
 #endif
 }
 
