@@ -222,10 +222,16 @@ std::string SceneManager::resetScenes() {
   return reply(kSuccess);
 }
 
+// The replayed handlers may take minutes (the TV helper, a sibling service): they run without the
+// manager's lock, over the scenes registered when the tick came.
 std::string SceneManager::startSceneByCrontab(int32_t week, const std::string& time) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  for (const std::shared_ptr<Scene>& scene : scenes_) scene->startByCrontab(week, time);
+  for (const std::shared_ptr<Scene>& scene : registeredScenes()) scene->startByCrontab(week, time);
   return reply(kSuccess);
+}
+
+std::vector<std::shared_ptr<Scene>> SceneManager::registeredScenes() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return scenes_;
 }
 
 // Reports which scenes have their alarm enabled, as "id:1" or "id:0" joined by "|".
