@@ -165,6 +165,9 @@ void TimerEventManager::processNextEvent() {
 
 std::optional<TimerEventManager::TimeValue> TimerEventManager::computeTimeout() {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
+  // Decided under the lock: a timer added from now on finds the flag set and wakes the thread,
+  // even before it is inside select() (the wake-up bytes then wait in the pipe).
+  inSelect_.store(true);
   if (timers_.empty()) return std::nullopt;
   const TimeValue expiry = timers_.front().expiry;
   const TimeValue now = currentTime();
@@ -198,7 +201,6 @@ int TimerEventManager::waitForEvent(const std::optional<TimeValue>& timeout, fd_
   } else {
     ZLOG(kLogInfo) << "before select, timeval is NULL";
   }
-  inSelect_.store(true);
   const int result = select(maxFd_ + 1, readSet, nullptr, nullptr, selectTimeoutPtr);
   inSelect_.store(false);
   return result;
@@ -231,7 +233,8 @@ void TimerEventManager::wakeUp() {
 }
 
 void TimerEventManager::wakeUpIfInSelect() {
-  if (inSelect_.load()) wakeUp();
+  // One wake-up per wait: the pipe never holds more than one pass reads, so writing never blocks.
+  if (inSelect_.exchange(false)) wakeUp();
 }
 
 int TimerEventManager::compareTime(int64_t s1, int64_t us1, int64_t s2, int64_t us2) {

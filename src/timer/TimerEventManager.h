@@ -12,7 +12,11 @@
 //
 // Threading: `mutex_` guards the list and its records. It is released before select() and
 // before timerEvent() is called, so a receiver may take locks of its own and may arm or cancel
-// timers from inside timerEvent(). The in-select flag is atomic and read without the lock.
+// timers from inside timerEvent(). The in-select flag is atomic: the thread sets it under
+// `mutex_` in the same step that computes its timeout from the list, and clears it when select()
+// returns; whoever changes the list afterwards finds it set and wakes the thread (clearing it,
+// so that one wait gets one wake-up). No change of the list can thus fall between the timeout's
+// computation and the wait.
 // getInstance() is the process-wide manager, never destroyed; startThread() gives it its
 // thread. Other instances (tests) have no thread of their own: their passes are driven by the
 // caller, and an instance must not be destroyed while a thread is inside one of its passes.
@@ -93,7 +97,8 @@ class TimerEventManager {
 
   // A copy of the pending timers in firing order.
   std::vector<TimerInfo> pendingTimers() const;
-  // True while the thread is inside select().
+  // True from the moment a pass has decided how long to wait until its select() returns or a
+  // wake-up has been sent for it.
   bool inSelect() const { return inSelect_.load(); }
 
  private:
@@ -105,7 +110,8 @@ class TimerEventManager {
 
   int32_t nextTimerId() const;       // mutex_ held
   void insertTimer(TimerInfo info);  // mutex_ held
-  // The select() timeout for the head timer, or none when the list is empty.
+  // The select() timeout for the head timer, or none when the list is empty; sets the in-select
+  // flag in the same locked step.
   std::optional<TimeValue> computeTimeout();
   // Removes the records matching `matches`, at most one unless `all`; true when any was.
   bool removeTimers(const std::function<bool(const TimerInfo&)>& matches, bool all);
