@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <thread>
 
 #include "server/Log.h"
@@ -224,7 +225,17 @@ void TimerEventManager::activateTimers() {
   // Called without the lock: the receiver may take its own locks and arm new timers.
   if (!receiver) return;
   ZLOG(kLogInfo) << "send timer event";
-  receiver->timerEvent();
+  deliverEvent(*receiver);
+}
+
+void TimerEventManager::deliverEvent(TimerObject& receiver) {
+  // A handler that fails (a thread that could not be created, an allocation) loses its own event
+  // only: this thread runs every timer of the process and must carry on.
+  try {
+    receiver.timerEvent();
+  } catch (const std::exception& error) {
+    ZLOG(kLogError) << "timer event failed: " << error.what();
+  }
 }
 
 void TimerEventManager::wakeUp() {

@@ -85,7 +85,8 @@ class TimerEventManager {
   void run();
   // One pass: waits until the head timer is due or a wake-up comes, then fires at most one.
   void processNextEvent();
-  // Fires the head timer when it is due.
+  // Fires the head timer when it is due. An exception from its receiver is logged at the error
+  // level and the event dropped.
   void activateTimers();
   // Writes the wake-up bytes to the self-pipe.
   void wakeUp();
@@ -116,6 +117,8 @@ class TimerEventManager {
   // Removes the records matching `matches`, at most one unless `all`; true when any was.
   bool removeTimers(const std::function<bool(const TimerInfo&)>& matches, bool all);
   void wakeUpIfInSelect();
+  // Calls the receiver's timerEvent(), logging what it throws.
+  void deliverEvent(TimerObject& receiver);
   // Waits on the pipe; the result of select().
   int waitForEvent(const std::optional<TimeValue>& timeout, fd_set* readSet);
 

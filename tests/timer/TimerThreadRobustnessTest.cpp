@@ -1,10 +1,11 @@
-// The timer thread survives what once stopped it: a timer added as a pass goes to sleep.
+// The timer thread survives what once stopped it: a timer added as a pass goes to sleep, a throw.
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <future>
+#include <new>
 
-#include "server/Log.h"
+#include "support/LogCapture.h"
 #include "timer/TimerEventManager.h"
 #include "timer/TimerObject.h"
 
@@ -15,8 +16,10 @@ struct Receiver : TimerObject {
   void timerEvent() override {
     TimerObject::timerEvent();
     ++events;
+    if (onEvent) onEvent();
   }
   std::atomic<int> events{0};
+  std::function<void()> onEvent;
 };
 
 TEST(TimerThreadRobustnessTest, TimerAddedAsThePassGoesToSleepWakesIt) {
@@ -36,6 +39,18 @@ TEST(TimerThreadRobustnessTest, TimerAddedAsThePassGoesToSleepWakesIt) {
   passes.wait();
   EXPECT_EQ(receiver->events, 1);
   setLogSink(previous);
+}
+
+TEST(TimerThreadRobustnessTest, EventWhoseHandlerThrowsIsLoggedAndDropped) {
+  LogCapture log;
+  TimerEventManager manager;
+  auto failing = std::make_shared<Receiver>();
+  failing->onEvent = [] { throw std::bad_alloc(); };  // as a handler out of memory would
+  manager.addTimer(0, failing.get());
+  EXPECT_NO_THROW(manager.activateTimers());
+  const std::string last = log.lines().back().text;
+  EXPECT_EQ(last.rfind("[ZORVIK ERROR TimerEventManager.cpp:", 0), 0u) << last;
+  EXPECT_EQ(LogCapture::messageOf(last), "timer event failed: std::bad_alloc");
 }
 
 }  // namespace
