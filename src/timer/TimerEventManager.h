@@ -1,6 +1,7 @@
 // TimerEventManager: the daemon's one timer service.
 //
-// Keeps every pending one-shot timer in a list sorted by wall-clock expiry and runs one thread
+// Keeps every pending one-shot timer in firing order (wall-clock expiry, then registration) and
+// indexed by id, so that arming, cancelling and firing cost O(log n); it runs one thread
 // that sleeps in select() until the earliest timer is due or another thread wakes it through a
 // self-pipe. Each pass of the thread fires at most one due timer by calling its receiver's
 // timerEvent(). Timers are armed and cancelled through TimerObject, which owns the timer id.
@@ -28,7 +29,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -109,13 +110,26 @@ class TimerEventManager {
   // firing at once on the timer thread can never find the id not yet stored.
   int32_t addTimer(int32_t intervalMs, TimerObject* receiver, std::atomic<int32_t>* idSlot);
 
-  int32_t nextTimerId() const;       // mutex_ held
-  void insertTimer(TimerInfo info);  // mutex_ held
+  // Firing order: expiry (whole seconds carried out of the microseconds, as compareTime does),
+  // then registration, so that equal expiries fire first registered, first fired.
+  struct FiringKey {
+    int64_t seconds;
+    int64_t microseconds;
+    uint64_t registration;
+    bool operator<(const FiringKey& other) const;
+  };
+  using TimerList = std::map<FiringKey, TimerInfo>;
+
+  int32_t nextTimerId() const;                 // mutex_ held
+  void insertTimer(TimerInfo info);            // mutex_ held
+  void eraseTimer(TimerList::iterator timer);  // mutex_ held
+  // Removes the timer with this id when `matches` accepts it; true when it did.
+  bool removeTimer(int32_t id, const std::function<bool(const TimerInfo&)>& matches);
+  // Removes every timer of `receiver`; true when there was any.
+  bool removeReceiverTimers(const TimerObject* receiver);
   // The select() timeout for the head timer, or none when the list is empty; sets the in-select
   // flag in the same locked step.
   std::optional<TimeValue> computeTimeout();
-  // Removes the records matching `matches`, at most one unless `all`; true when any was.
-  bool removeTimers(const std::function<bool(const TimerInfo&)>& matches, bool all);
   void wakeUpIfInSelect();
   // Calls the receiver's timerEvent(), logging what it throws.
   void deliverEvent(TimerObject& receiver);
@@ -127,7 +141,9 @@ class TimerEventManager {
   int writeFd_ = -1;
   int maxFd_ = -1;  // -1 when there is no pipe
   mutable std::recursive_mutex mutex_;
-  std::list<TimerInfo> timers_;  // guarded by mutex_, sorted by expiry
+  TimerList timers_;                                   // guarded by mutex_
+  std::map<int32_t, TimerList::iterator> timersById_;  // guarded by mutex_
+  uint64_t registrations_ = 0;                         // guarded by mutex_
   std::atomic<bool> inSelect_{false};
 };
 
