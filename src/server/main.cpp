@@ -4,9 +4,15 @@
 //
 // Threads: this thread becomes the server's only I/O thread; three worker threads run the
 // `request` calls. Every object made here lives until the process ends.
+//
+// Signals: the daemon leads a process group of its own, which every command it runs inherits,
+// and passes a SIGTERM on to that group before it ends, so that a stop leaves no command
+// running behind it.
 #include <malloc.h>
 #include <thrift/Thrift.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
@@ -36,10 +42,25 @@ void returnLargeBuffersToTheSystem() {
 #endif
 }
 
+// The commands the daemon runs (a Wi-Fi switch, a curl with its 10 s time-out, the TV helper's
+// wake-up loop) would otherwise outlive a stop: the init system signals the daemon alone. The
+// handler restores the default action first, so the copy that kill() sends back to the daemon
+// itself ends it as the signal always did.
+extern "C" void passSignalToProcessGroup(int signal) {
+  std::signal(signal, SIG_DFL);
+  kill(0, signal);
+}
+
+void leadOwnProcessGroup() {
+  setpgid(0, 0);  // refused only to a session leader, which leads its process group already
+  if (getpgrp() == getpid()) std::signal(SIGTERM, passSignalToProcessGroup);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   using zorvik::ServiceServer;
+  leadOwnProcessGroup();
   returnLargeBuffersToTheSystem();
   std::cout << "argc is " << argc << ", argv is NULL? " << (argv == nullptr) << std::endl;
   zorvik::openLog();
