@@ -14,6 +14,7 @@
 #include "action/Action.h"
 #include "server/Json.h"
 #include "server/Log.h"
+#include "server/Shell.h"
 
 namespace zorvik {
 namespace {
@@ -36,6 +37,8 @@ std::string exchange(int port, const std::string& payload) {
   std::string reply;
   try {
     transport->open();
+    // Thrift opens the socket inheritable; a command run meanwhile must not keep it.
+    Shell::keepFromChildren(socket->getSocketFD());
     client.request(reply, payload);
     transport->close();
   } catch (const apache::thrift::TException&) {

@@ -6,8 +6,8 @@
 #include <pcre2.h>
 
 #include <cctype>
-#include <fstream>
 #include <memory>
+#include <sstream>
 #include <thread>
 
 #include "action/DeviceTunnel.h"
@@ -15,6 +15,7 @@
 #include "server/Log.h"
 #include "server/Shell.h"
 #include "server/Text.h"
+#include "server/TextFile.h"
 
 namespace zorvik {
 namespace {
@@ -165,8 +166,8 @@ std::string TevraHelper::wakeUp() {
 std::string TevraHelper::getIpByMac() const { return ipFromArpTable(arpPath_, mac_); }
 
 std::string TevraHelper::ipFromArpTable(const std::string& arpPath, const std::string& mac) {
-  std::ifstream table(arpPath);
-  if (!table) return "";
+  const std::optional<std::string> text = TextFile::read(arpPath);
+  if (!text) return "";
   // The MAC joins the pattern as given. Whatever it adds, group 1 can hold only digits and dots,
   // so the address is safe in a command line, and PCRE2's match limit bounds any pattern's cost.
   const std::string pattern = kArpLinePattern + lowerCase(mac);
@@ -179,6 +180,7 @@ std::string TevraHelper::ipFromArpTable(const std::string& arpPath, const std::s
   MatchData match(pcre2_match_data_create_from_pattern(code.get(), nullptr),
                   &pcre2_match_data_free);
   if (!match) return "";
+  std::istringstream table(*text);
   std::string line;
   while (std::getline(table, line)) {
     std::string ip = addressIn(code.get(), match.get(), line);

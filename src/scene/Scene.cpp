@@ -253,6 +253,7 @@ uint32_t Scene::execute() {
   if (processing_) return kSceneIsProcessing;
   finishedCount_ = 0;
   processing_ = true;
+  ++runNumber_;
   rebuildActionsIfDirty();
   ZLOG(kLogInfo) << "Scene action size is " << actions_.size();
   if (actions_.empty()) {
@@ -322,21 +323,40 @@ void Scene::onActionStarted(Action* action) {
 }
 
 void Scene::onActionFinished(Action* action, bool report) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  std::optional<RunReport> runEnd;
+  {
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    runEnd = finishAction(action, report);
+  }
+  if (runEnd) reportRunEnd(*runEnd);
+}
+
+std::optional<Scene::RunReport> Scene::finishAction(Action* action, bool report) {
   Action* next = successorOf(*action);
   if (next != nullptr && action->block()) startActionsFrom(next);
   ++finishedCount_;
-  if (finishedCount_ != actions_.size()) return;
-  if (report) ZSHELL_RUN(kLogInfo, feedCommand());
+  if (finishedCount_ != actions_.size()) return std::nullopt;
+  if (report) return RunReport{feedCommand(), runNumber_};
   processing_ = false;
+  return std::nullopt;
+}
+
+void Scene::reportRunEnd(const RunReport& report) {
+  ZSHELL_RUN(kLogInfo, report.feedCommand);
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (runNumber_ == report.run) processing_ = false;
 }
 
 bool Scene::finishFiredAction(Action& action) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  const bool cancelled = action.takeCancelledFiring();
-  if (cancelled || !action.isRunning()) return false;
-  action.TimerObject::timerEvent();
-  onActionFinished(&action, !launchJson_.empty());
+  std::optional<RunReport> runEnd;
+  {
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    const bool cancelled = action.takeCancelledFiring();
+    if (cancelled || !action.isRunning()) return false;
+    action.TimerObject::timerEvent();
+    runEnd = finishAction(&action, !launchJson_.empty());
+  }
+  if (runEnd) reportRunEnd(*runEnd);
   return true;
 }
 
@@ -385,11 +405,20 @@ void Scene::startByCrontab(int32_t week, const std::string& time) {
 }
 
 void Scene::startByCrontab(int32_t week, const std::string& time, int64_t nowSeconds) {
+  for (const Replay& replay : crontabReplays(week, time, nowSeconds)) {
+    ZLOG(kLogInfo) << replay.logLine;
+    replay.action->runByCrontab();
+  }
+}
+
+std::vector<Scene::Replay> Scene::crontabReplays(int32_t week, const std::string& time,
+                                                 int64_t nowSeconds) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   rebuildActionsIfDirty();
+  std::vector<Replay> replays;
   if (isEnabled() && !actions_.empty()) {
     for (const std::shared_ptr<Action>& action : actions_) {
-      if (isWeeklyTurn(*action, week, time)) replayAction(*action, "execute1: ");
+      if (isWeeklyTurn(*action, week, time)) replays.push_back(replayOf(action, "execute1: "));
     }
   }
   if (isEnabled() && !alarmText().empty() && utcTime() > 0) {
@@ -399,9 +428,12 @@ void Scene::startByCrontab(int32_t week, const std::string& time, int64_t nowSec
       const uint64_t late = static_cast<uint64_t>(nowSeconds) * 1000 -
                             static_cast<uint64_t>(utcTime()) -
                             static_cast<uint64_t>(static_cast<int64_t>(action->delay()));
-      if (late < static_cast<uint64_t>(kCrontabWindowMs)) replayAction(*action, "execute1 once: ");
+      if (late < static_cast<uint64_t>(kCrontabWindowMs)) {
+        replays.push_back(replayOf(action, "execute1 once: "));
+      }
     }
   }
+  return replays;
 }
 
 bool Scene::isWeeklyTurn(const Action& action, int32_t week, const std::string& time) {
@@ -416,9 +448,9 @@ bool Scene::isWeeklyTurn(const Action& action, int32_t week, const std::string& 
   return containsDay(repeat(), static_cast<int32_t>(weekday));
 }
 
-void Scene::replayAction(Action& action, const char* label) {
-  ZLOG(kLogInfo) << label << action.name() << " " << time() << " " << action.delay() << "ms";
-  action.runByCrontab();
+Scene::Replay Scene::replayOf(const std::shared_ptr<Action>& action, const char* label) {
+  return Replay{
+      action, label + action->name() + " " + time() + " " + std::to_string(action->delay()) + "ms"};
 }
 
 int32_t Scene::shiftTime(const std::string& time, int32_t delayMs, std::string& shifted) {

@@ -13,8 +13,11 @@
 //
 // Threading: the recursive `mutex_` guards every field of the scene but the id, the AlarmObject
 // part included. It is taken by the operations below on the RPC worker threads and by the action
-// callbacks on the timer thread; the action handlers themselves run without it. The id is atomic:
-// the manager reads it for every scene it passes while looking one up.
+// callbacks on the timer thread. Nothing slow runs under it: the action handlers, the crontab
+// replay's handlers and the feed command are decided under the lock and run after it is
+// released, so a handler that takes minutes holds up neither requests nor the timer thread on
+// this scene. The id is atomic: the manager reads it for every scene it passes while looking one
+// up.
 #ifndef ZORVIK_SCENE_SCENE_H_
 #define ZORVIK_SCENE_SCENE_H_
 
@@ -87,7 +90,9 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
 
   // Called by an action right after it armed its timer.
   void onActionStarted(Action* action);
-  // Called by an action when its turn has come, before its work runs.
+  // Called by an action when its turn has come, before its work runs. When that ends the run
+  // and `report` is set, the feed command runs after the lock is released; the run ends (the
+  // scene stops processing) only when the command returns.
   void onActionFinished(Action* action, bool report);
   // Called on the timer thread when an action's timer fired: forgets the action's timer and
   // reports it finished. False when the action's timer was killed meanwhile (nothing to do).
@@ -106,13 +111,33 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   static int32_t shiftTime(const std::string& time, int32_t delayMs, std::string& shifted);
 
  private:
+  // The end of a run that still has to be reported to the feed program.
+  struct RunReport {
+    std::string feedCommand;
+    uint64_t run;  // runNumber_ of the run that ended
+  };
+  // One action the crontab tick replays, with its log line.
+  struct Replay {
+    std::shared_ptr<Action> action;
+    std::string logLine;
+  };
+
+  // Runs the feed command, then ends the run unless it was stopped or restarted meanwhile.
+  // Called without mutex_.
+  void reportRunEnd(const RunReport& report);
+  // The actions the crontab tick replays now; takes mutex_.
+  std::vector<Replay> crontabReplays(int32_t week, const std::string& time, int64_t nowSeconds);
+
   // The helpers below run with mutex_ held.
+  // Counts `action` finished and starts its blocked successor; the report to send when this
+  // ended a run that reports.
+  std::optional<RunReport> finishAction(Action* action, bool report);
   void addActionsOf(size_t position, json_object* element);
   void rebuildActionsIfDirty();
   void startActionsFrom(Action* first);
   Action* successorOf(const Action& action) const;
   bool isWeeklyTurn(const Action& action, int32_t week, const std::string& time);
-  void replayAction(Action& action, const char* label);
+  Replay replayOf(const std::shared_ptr<Action>& action, const char* label);
 
   mutable std::recursive_mutex mutex_;
   std::vector<std::shared_ptr<Action>> actions_;  // guarded by mutex_
@@ -124,6 +149,7 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   bool actionsDirty_ = true;                // guarded by mutex_
   bool processing_ = false;                 // guarded by mutex_
   uint32_t finishedCount_ = 0;              // guarded by mutex_
+  uint64_t runNumber_ = 0;                  // guarded by mutex_; counts the runs started
   Action* successorToStart_ = nullptr;      // guarded by mutex_; see startActionsFrom
 };
 

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <fstream>
 #include <thread>
 
 #include "scene/Scene.h"
@@ -11,6 +10,7 @@
 #include "server/Log.h"
 #include "server/ResultCode.h"
 #include "server/Shell.h"
+#include "server/TextFile.h"
 #include "server/ZorvikTunnel.h"
 #include "store/DataManager.h"
 #include "timer/TimerEventManager.h"
@@ -225,10 +225,16 @@ std::string SceneManager::resetScenes() {
   return reply(kSuccess);
 }
 
+// The replayed handlers may take minutes (the TV helper, a sibling service): they run without the
+// manager's lock, over the scenes registered when the tick came.
 std::string SceneManager::startSceneByCrontab(int32_t week, const std::string& time) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  for (const std::shared_ptr<Scene>& scene : scenes_) scene->startByCrontab(week, time);
+  for (const std::shared_ptr<Scene>& scene : registeredScenes()) scene->startByCrontab(week, time);
   return reply(kSuccess);
+}
+
+std::vector<std::shared_ptr<Scene>> SceneManager::registeredScenes() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return scenes_;
 }
 
 // Reports which scenes have their alarm enabled, as "id:1" or "id:0" joined by "|".
@@ -257,13 +263,12 @@ void SceneManager::start() {
 }
 
 bool SceneManager::isNtpOk() {
-  std::ifstream in(ntpStatusFile_);
-  if (!in.is_open()) {
+  const std::optional<std::string> status = TextFile::read(ntpStatusFile_);
+  if (!status) {
     ZLOG(kLogError) << "Can not find ntp status file: " << ntpStatusFile_;
     return false;
   }
-  std::string line;
-  std::getline(in, line);
+  std::string line = status->substr(0, status->find('\n'));
   for (char& c : line) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   ZLOG(kLogError) << "===========> upper buffer: " << line;
   return line.find(kNtpOkMark) != std::string::npos;

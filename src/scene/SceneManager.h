@@ -5,11 +5,13 @@
 // clock to be trusted (NTP) before it evaluates alarm launches. Every operation returns the
 // complete JSON reply text.
 //
-// Threading: every operation but resetScenes and start holds the recursive `mutex_` for its
-// whole run; they are called from the RPC worker threads and the NTP wait thread. Scenes are
-// shared: the registry holds one owner, running actions may hold others. The store is not
-// owned: it outlives the manager. The NTP wait thread runs detached and refers to the manager,
-// so a manager that started one must never be destroyed (the daemon's never is).
+// Threading: every operation but resetScenes, start and startSceneByCrontab holds the recursive
+// `mutex_` for its whole run; they are called from the RPC worker threads and the NTP wait
+// thread. startSceneByCrontab holds it only to take the list of scenes, as the handlers it
+// replays may take minutes. Scenes are shared: the registry holds one owner, running actions
+// may hold others. The store is not owned: it outlives the manager. The NTP wait thread runs
+// detached and refers to the manager, so a manager that started one must never be destroyed
+// (the daemon's never is).
 #ifndef ZORVIK_SCENE_SCENEMANAGER_H_
 #define ZORVIK_SCENE_SCENEMANAGER_H_
 
@@ -78,6 +80,7 @@ class SceneManager {
   // when no scene has that id.
   template <typename Operation>
   std::string withScene(int32_t id, Operation operation);
+  std::vector<std::shared_ptr<Scene>> registeredScenes();  // takes mutex_
   // The id addScene uses for a requested one; none when the automatic ids are exhausted.
   std::optional<int32_t> chooseId(int32_t requested);  // mutex_ held
   // Stores and applies a new launch text (setSceneLaunch, removeSceneLaunch).

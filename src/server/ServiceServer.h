@@ -9,6 +9,7 @@
 
 #include <thrift/server/TNonblockingServer.h>
 
+#include <cstddef>
 #include <memory>
 
 #include "Zorvik.h"
@@ -20,6 +21,11 @@ class ServiceServer {
   // Loopback only: the service is for processes on the router itself.
   static constexpr const char* kListenAddress = "127.0.0.1";
   static constexpr int kListenPort = 9096;
+  // The daemon's callers are a handful of local processes, and a scene's whole action list is
+  // meant to fit in 10 KiB. A frame of up to this many bytes is read and answered; a frame
+  // announcing more closes its connection before anything is allocated for it. With the cap on
+  // connections this bounds the memory that requests in flight can take.
+  static constexpr size_t kMaxFrameSize = 64 * 1024;
 
   // The server for `handler` on kListenAddress:`port`; it binds when serve() is called.
   static std::unique_ptr<apache::thrift::server::TNonblockingServer> build(

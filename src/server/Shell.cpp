@@ -1,6 +1,8 @@
 // Shell: runs command lines through a replaceable backend, logging them as the daemon does.
 #include "server/Shell.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -13,13 +15,16 @@ namespace {
 
 // Output is read in pieces that fit a 128-byte buffer.
 constexpr size_t kReadBufferSize = 128;
+// "e": the daemon's end of the pipe is close-on-exec, so commands started by other threads
+// meanwhile do not hold it.
+constexpr char kCaptureMode[] = "re";
 
 class RealBackend : public Shell::Backend {
  public:
   int system(const std::string& command) override { return std::system(command.c_str()); }
 
   std::optional<std::string> capture(const std::string& command) override {
-    FILE* pipe = popen(command.c_str(), "r");
+    FILE* pipe = popen(command.c_str(), kCaptureMode);
     if (pipe == nullptr) return std::nullopt;
     std::string output;
     char buffer[kReadBufferSize];
@@ -63,6 +68,11 @@ std::string Shell::captureLogged(const char* module, int line, const std::string
   LogMessage(module, line, kLogInfo).stream()
       << "system command: " << command << " ,output: " << *output;
   return *output;
+}
+
+void Shell::keepFromChildren(int fd) {
+  const int flags = fcntl(fd, F_GETFD);
+  if (flags >= 0) fcntl(fd, F_SETFD, flags | FD_CLOEXEC);
 }
 
 std::string Shell::quote(const std::string& text) {

@@ -4,6 +4,11 @@
 // install a Backend that records the lines instead of running them. quote() makes caller text
 // safe to embed in a command line as one single-quoted shell word.
 //
+// A command inherits every descriptor of the daemon that is not close-on-exec, and may outlive
+// the daemon: a listening socket it held would keep the restarted daemon from binding its port.
+// Every descriptor the daemon opens is therefore close-on-exec; keepFromChildren() marks those
+// that a library opens without the flag.
+//
 // Threading: any thread may run commands; the backend is swapped under an internal mutex and
 // the calling thread keeps its own owner of the backend while a command runs.
 #ifndef ZORVIK_SERVER_SHELL_H_
@@ -41,6 +46,9 @@ class Shell {
   // log line when the command cannot be started. The exit status is not looked at.
   static std::string captureLogged(const char* module, int line, const std::string& command,
                                    LineFeeds lineFeeds);
+
+  // Marks `fd` close-on-exec, so that no command run from now on inherits it.
+  static void keepFromChildren(int fd);
 
   // `text` as one single-quoted shell word: each single quote inside becomes '\''.
   static std::string quote(const std::string& text);

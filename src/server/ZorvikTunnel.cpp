@@ -39,6 +39,18 @@ constexpr ResultMessage kResultMessages[] = {
     {kSceneHasNoHomeLaunch, "scene has not home launch mode"},
 };
 
+// json-c spends some 700 bytes on every object and 300 on every array it builds, so parsing a
+// request of nothing but "{}," would take about 270 times its size: 17 MiB for a frame at the
+// bound, and three workers doing so at once would take the daemon past its memory budget. A
+// request holding more opening brackets than this is refused as malformed without being parsed;
+// no request a caller means comes near it (a scene's action takes one or two).
+constexpr std::ptrdiff_t kMaxOpeningBrackets = 4096;
+
+bool hasTooManyContainers(const std::string& text) {
+  return std::count_if(text.begin(), text.end(), [](char c) { return c == '{' || c == '['; }) >
+         kMaxOpeningBrackets;
+}
+
 // How a member is read. Integers and booleans take json-c's conversions of other JSON types,
 // and so do strings, which must not read as empty; an array must be a JSON array and, like JSON
 // text, travels in json-c's serialisation, which is what the scene manager stores.
@@ -229,6 +241,7 @@ std::string ZorvikTunnel::handleCommand(const std::string& parameter) {
 }
 
 std::string ZorvikTunnel::handleCommand(const std::string& parameter, SceneManager& manager) {
+  if (hasTooManyContainers(parameter)) return buildErrorReply(kParameterFormatError);
   const Json::Document request = Json::parse(parameter);
   if (request == nullptr) return buildErrorReply(kParameterFormatError);
   std::string reply;

@@ -6,7 +6,8 @@
 // the members it reads (with their types and whether they are optional), the lines it logs and
 // the scene-manager operation it calls; the manager's reply is returned unchanged. A text that is
 // not a well-formed command answers "parameter format error" (code 3), an unknown command word
-// "api not exists" (code -1).
+// "api not exists" (code -1). A text with more opening brackets than any real command holds also
+// answers code 3, unparsed, as parsing it would take far more memory than its size.
 //
 // Threading: the tunnel keeps no state; handleCommand runs on up to three RPC worker threads at
 // once and each call parses and frees its own document. Serialising the scene operations is the

@@ -4,9 +4,15 @@
 //
 // Threads: this thread becomes the server's only I/O thread; three worker threads run the
 // `request` calls. Every object made here lives until the process ends.
+//
+// Signals: the daemon leads a process group of its own, which every command it runs inherits,
+// and passes a SIGTERM on to that group before it ends, so that a stop leaves no command
+// running behind it.
 #include <malloc.h>
 #include <thrift/Thrift.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
@@ -19,29 +25,42 @@
 namespace {
 
 constexpr int kExitCannotServe = 1;
-// Buffers from this size up are mapped on their own and handed back to the system when freed.
-constexpr int kLargeBufferSize = 128 * 1024;
 
 // Thrift's own diagnostics go to the daemon's log. They mix start-up notes with callers' faults
 // (a reset connection, an oversized frame), none of them a fault of the daemon: info level.
 void logThriftOutput(const char* message) { ZLOG(zorvik::kLogInfo) << "thrift: " << message; }
 
-// A request near the frame bound passes through buffers of several MiB (frame, parameter, JSON
-// parser) on the I/O thread and on a worker. glibc raises its mmap threshold when such a buffer
-// is freed and then serves the next ones from the thread's arena, where they stay resident:
-// after a few large requests the daemon kept some 50 MiB for good. A fixed threshold keeps
-// large buffers mapped on their own, so memory goes back to the system once a request is done.
-// Other C libraries (musl) return large blocks anyway.
+// A request near the frame bound passes through buffers the size of a frame or larger (Thrift's
+// read buffer, the parameter, the reply) on the I/O thread and on a worker. glibc raises its
+// mmap threshold when such a buffer is freed and then serves the next ones from the thread's
+// heap, where a flood of large requests would leave them resident. With the threshold fixed at
+// the frame bound every such buffer is mapped on its own and goes back to the system as soon
+// as it is freed. Other C libraries (musl) return large blocks anyway.
 void returnLargeBuffersToTheSystem() {
 #if defined(__GLIBC__)
-  mallopt(M_MMAP_THRESHOLD, kLargeBufferSize);
+  mallopt(M_MMAP_THRESHOLD, static_cast<int>(zorvik::ServiceServer::kMaxFrameSize));
 #endif
+}
+
+// The commands the daemon runs (a Wi-Fi switch, a curl with its 10 s time-out, the TV helper's
+// wake-up loop) would otherwise outlive a stop: the init system signals the daemon alone. The
+// handler restores the default action first, so the copy that kill() sends back to the daemon
+// itself ends it as the signal always did.
+extern "C" void passSignalToProcessGroup(int signal) {
+  std::signal(signal, SIG_DFL);
+  kill(0, signal);
+}
+
+void leadOwnProcessGroup() {
+  setpgid(0, 0);  // refused only to a session leader, which leads its process group already
+  if (getpgrp() == getpid()) std::signal(SIGTERM, passSignalToProcessGroup);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   using zorvik::ServiceServer;
+  leadOwnProcessGroup();
   returnLargeBuffersToTheSystem();
   std::cout << "argc is " << argc << ", argv is NULL? " << (argv == nullptr) << std::endl;
   zorvik::openLog();

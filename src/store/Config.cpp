@@ -1,10 +1,11 @@
 // Config: reads and rewrites a "key = value" configuration file.
 #include "store/Config.h"
 
-#include <fstream>
+#include <sstream>
 
 #include "server/Log.h"
 #include "server/Text.h"
+#include "server/TextFile.h"
 
 namespace zorvik {
 namespace {
@@ -40,13 +41,14 @@ void Config::setValue(const std::string& key, const std::string& value) {
 }
 
 void Config::read() {
-  std::ifstream in(path_);
-  if (!in.is_open()) {
+  const std::optional<std::string> text = TextFile::read(path_);
+  if (!text) {
     ZLOG(kLogError) << "Unable to open config file: " << path_;
     return;
   }
+  std::istringstream lines(*text);
   std::string line;
-  while (std::getline(in, line)) parseLine(line);
+  while (std::getline(lines, line)) parseLine(line);
 }
 
 // A later line with the same key replaces the earlier value.
@@ -58,14 +60,12 @@ void Config::parseLine(const std::string& line) {
 }
 
 void Config::write() const {
-  std::ofstream out(path_, std::ios::out | std::ios::trunc);
-  if (!out.is_open()) {
+  std::string text;
+  for (const auto& [key, value] : entries_) text += key + kWrittenSeparator + value + '\n';
+  if (!TextFile::write(path_, text)) {
     // The missing blank before "for write" is how this line has always read.
     ZLOG(kLogError) << "Unable to open config file: " << path_ << "for write";
-    return;
   }
-  for (const auto& [key, value] : entries_)
-    out << key << kWrittenSeparator << value << '\n' << std::flush;
 }
 
 }  // namespace zorvik

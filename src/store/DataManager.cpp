@@ -26,6 +26,7 @@ const char kDefaultScenesTag[] = "V1";
 const char kSeededValue[] = "true";
 // On this router model only the first default scene is ever seeded.
 const char kSingleDefaultSceneModel[] = "R1C";
+const char kSynchronousFull[] = "PRAGMA synchronous=FULL";
 
 // Columns of a stored row as "select *" returns them.
 enum Column { kIdColumn = 0, kNameColumn, kActionsColumn, kLaunchColumn, kSceneColumns };
@@ -191,6 +192,13 @@ void DataManager::openDatabase() {
     sqlite3_free(error);
     sqlite3_close(db);
     return;
+  }
+  // An answered change must survive a power cut, not only a crash of the daemon: FULL makes
+  // every commit wait until the journal and the database are on flash. The library's default
+  // depends on how it was built (NORMAL syncs less often, OFF not at all), so it is set here.
+  if (sqlite3_exec(db, kSynchronousFull, nullptr, nullptr, &error) != SQLITE_OK) {
+    ZLOG(kLogError) << "DataBase " << databasePath_ << " " << textOf(error);
+    sqlite3_free(error);
   }
   db_ = db;
 }

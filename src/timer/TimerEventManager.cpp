@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
+#include <iterator>
 #include <thread>
+#include <tuple>
 
 #include "server/Log.h"
 #include "timer/TimerObject.h"
@@ -94,39 +97,41 @@ int32_t TimerEventManager::addTimer(int32_t intervalMs, TimerObject* receiver,
 }
 
 void TimerEventManager::killTimer(int32_t id) {
-  if (removeTimers([id](const TimerInfo& info) { return info.id == id; }, false)) {
-    wakeUpIfInSelect();
-  }
+  if (removeTimer(id, [](const TimerInfo&) { return true; })) wakeUpIfInSelect();
 }
 
 bool TimerEventManager::killTimer(int32_t id, const TimerObject* receiver) {
-  const auto matches = [id, receiver](const TimerInfo& info) {
-    return info.id == id && info.receiverIdentity == receiver;
+  const auto belongs = [receiver](const TimerInfo& info) {
+    return info.receiverIdentity == receiver;
   };
-  if (!removeTimers(matches, false)) return false;
+  if (!removeTimer(id, belongs)) return false;
   wakeUpIfInSelect();
   return true;
 }
 
 void TimerEventManager::killReceiverTimers(const TimerObject* receiver) {
-  const auto matches = [receiver](const TimerInfo& info) {
-    return info.receiverIdentity == receiver;
-  };
-  if (removeTimers(matches, true)) wakeUpIfInSelect();
+  if (removeReceiverTimers(receiver)) wakeUpIfInSelect();
 }
 
-bool TimerEventManager::removeTimers(const std::function<bool(const TimerInfo&)>& matches,
-                                     bool all) {
+bool TimerEventManager::removeTimer(int32_t id,
+                                    const std::function<bool(const TimerInfo&)>& matches) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const auto found = timersById_.find(id);
+  if (found == timersById_.end() || !matches(found->second->second)) return false;
+  eraseTimer(found->second);
+  return true;
+}
+
+bool TimerEventManager::removeReceiverTimers(const TimerObject* receiver) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   bool removed = false;
-  for (auto it = timers_.begin(); it != timers_.end();) {
-    if (!matches(*it)) {
-      ++it;
-      continue;
+  for (auto timer = timers_.begin(); timer != timers_.end();) {
+    const auto next = std::next(timer);
+    if (timer->second.receiverIdentity == receiver) {
+      eraseTimer(timer);
+      removed = true;
     }
-    it = timers_.erase(it);
-    removed = true;
-    if (!all) break;
+    timer = next;
   }
   return removed;
 }
@@ -165,8 +170,11 @@ void TimerEventManager::processNextEvent() {
 
 std::optional<TimerEventManager::TimeValue> TimerEventManager::computeTimeout() {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
+  // Decided under the lock: a timer added from now on finds the flag set and wakes the thread,
+  // even before it is inside select() (the wake-up bytes then wait in the pipe).
+  inSelect_.store(true);
   if (timers_.empty()) return std::nullopt;
-  const TimeValue expiry = timers_.front().expiry;
+  const TimeValue expiry = timers_.begin()->second.expiry;
   const TimeValue now = currentTime();
   ZLOG(kLogInfo) << "current time: sec=" << now.seconds << ", usec=" << now.microseconds;
   ZLOG(kLogInfo) << "timer info: sec=" << expiry.seconds << ", usec=" << expiry.microseconds;
@@ -198,7 +206,6 @@ int TimerEventManager::waitForEvent(const std::optional<TimeValue>& timeout, fd_
   } else {
     ZLOG(kLogInfo) << "before select, timeval is NULL";
   }
-  inSelect_.store(true);
   const int result = select(maxFd_ + 1, readSet, nullptr, nullptr, selectTimeoutPtr);
   inSelect_.store(false);
   return result;
@@ -211,18 +218,26 @@ void TimerEventManager::activateTimers() {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
     if (timers_.empty()) return;
     const TimeValue now = currentTime();
-    const TimerInfo& head = timers_.front();
-    if (compareTime(now.seconds, now.microseconds, head.expiry.seconds, head.expiry.microseconds) <
-        0) {
-      return;
-    }
-    receiver = head.receiver.lock();
-    timers_.pop_front();
+    const TimerList::iterator head = timers_.begin();
+    const TimeValue expiry = head->second.expiry;
+    if (compareTime(now.seconds, now.microseconds, expiry.seconds, expiry.microseconds) < 0) return;
+    receiver = head->second.receiver.lock();
+    eraseTimer(head);
   }
   // Called without the lock: the receiver may take its own locks and arm new timers.
   if (!receiver) return;
   ZLOG(kLogInfo) << "send timer event";
-  receiver->timerEvent();
+  deliverEvent(*receiver);
+}
+
+void TimerEventManager::deliverEvent(TimerObject& receiver) {
+  // A handler that fails (a thread that could not be created, an allocation) loses its own event
+  // only: this thread runs every timer of the process and must carry on.
+  try {
+    receiver.timerEvent();
+  } catch (const std::exception& error) {
+    ZLOG(kLogError) << "timer event failed: " << error.what();
+  }
 }
 
 void TimerEventManager::wakeUp() {
@@ -231,7 +246,8 @@ void TimerEventManager::wakeUp() {
 }
 
 void TimerEventManager::wakeUpIfInSelect() {
-  if (inSelect_.load()) wakeUp();
+  // One wake-up per wait: the pipe never holds more than one pass reads, so writing never blocks.
+  if (inSelect_.exchange(false)) wakeUp();
 }
 
 int TimerEventManager::compareTime(int64_t s1, int64_t us1, int64_t s2, int64_t us2) {
@@ -257,22 +273,31 @@ TimerEventManager::TimeValue TimerEventManager::currentTime() const {
 
 std::vector<TimerEventManager::TimerInfo> TimerEventManager::pendingTimers() const {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  return std::vector<TimerInfo>(timers_.begin(), timers_.end());
+  std::vector<TimerInfo> pending;
+  for (const auto& [key, info] : timers_) pending.push_back(info);
+  return pending;
 }
 
+bool TimerEventManager::FiringKey::operator<(const FiringKey& other) const {
+  return std::tie(seconds, microseconds, registration) <
+         std::tie(other.seconds, other.microseconds, other.registration);
+}
+
+// Ids start again at 1 whenever no timer is pending; otherwise the largest pending id plus 1.
 int32_t TimerEventManager::nextTimerId() const {
-  if (timers_.empty()) return 1;
-  int32_t largest = 0;
-  for (const TimerInfo& info : timers_) largest = std::max(largest, info.id);
-  return largest + 1;
+  return timersById_.empty() ? 1 : timersById_.rbegin()->first + 1;
 }
 
 void TimerEventManager::insertTimer(TimerInfo info) {
-  const auto later = std::find_if(timers_.begin(), timers_.end(), [&info](const TimerInfo& t) {
-    return compareTime(t.expiry.seconds, t.expiry.microseconds, info.expiry.seconds,
-                       info.expiry.microseconds) > 0;
-  });
-  timers_.insert(later, std::move(info));
+  FiringKey key{info.expiry.seconds, info.expiry.microseconds, registrations_++};
+  carryWholeSeconds(key.seconds, key.microseconds);
+  const int32_t id = info.id;
+  timersById_.emplace(id, timers_.emplace(key, std::move(info)).first);
+}
+
+void TimerEventManager::eraseTimer(TimerList::iterator timer) {
+  timersById_.erase(timer->second.id);
+  timers_.erase(timer);
 }
 
 }  // namespace zorvik

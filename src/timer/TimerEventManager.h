@@ -1,6 +1,7 @@
 // TimerEventManager: the daemon's one timer service.
 //
-// Keeps every pending one-shot timer in a list sorted by wall-clock expiry and runs one thread
+// Keeps every pending one-shot timer in firing order (wall-clock expiry, then registration) and
+// indexed by id, so that arming, cancelling and firing cost O(log n); it runs one thread
 // that sleeps in select() until the earliest timer is due or another thread wakes it through a
 // self-pipe. Each pass of the thread fires at most one due timer by calling its receiver's
 // timerEvent(). Timers are armed and cancelled through TimerObject, which owns the timer id.
@@ -12,7 +13,11 @@
 //
 // Threading: `mutex_` guards the list and its records. It is released before select() and
 // before timerEvent() is called, so a receiver may take locks of its own and may arm or cancel
-// timers from inside timerEvent(). The in-select flag is atomic and read without the lock.
+// timers from inside timerEvent(). The in-select flag is atomic: the thread sets it under
+// `mutex_` in the same step that computes its timeout from the list, and clears it when select()
+// returns; whoever changes the list afterwards finds it set and wakes the thread (clearing it,
+// so that one wait gets one wake-up). No change of the list can thus fall between the timeout's
+// computation and the wait.
 // getInstance() is the process-wide manager, never destroyed; startThread() gives it its
 // thread. Other instances (tests) have no thread of their own: their passes are driven by the
 // caller, and an instance must not be destroyed while a thread is inside one of its passes.
@@ -24,7 +29,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -81,7 +86,8 @@ class TimerEventManager {
   void run();
   // One pass: waits until the head timer is due or a wake-up comes, then fires at most one.
   void processNextEvent();
-  // Fires the head timer when it is due.
+  // Fires the head timer when it is due. An exception from its receiver is logged at the error
+  // level and the event dropped.
   void activateTimers();
   // Writes the wake-up bytes to the self-pipe.
   void wakeUp();
@@ -93,7 +99,8 @@ class TimerEventManager {
 
   // A copy of the pending timers in firing order.
   std::vector<TimerInfo> pendingTimers() const;
-  // True while the thread is inside select().
+  // True from the moment a pass has decided how long to wait until its select() returns or a
+  // wake-up has been sent for it.
   bool inSelect() const { return inSelect_.load(); }
 
  private:
@@ -103,13 +110,29 @@ class TimerEventManager {
   // firing at once on the timer thread can never find the id not yet stored.
   int32_t addTimer(int32_t intervalMs, TimerObject* receiver, std::atomic<int32_t>* idSlot);
 
-  int32_t nextTimerId() const;       // mutex_ held
-  void insertTimer(TimerInfo info);  // mutex_ held
-  // The select() timeout for the head timer, or none when the list is empty.
+  // Firing order: expiry (whole seconds carried out of the microseconds, as compareTime does),
+  // then registration, so that equal expiries fire first registered, first fired.
+  struct FiringKey {
+    int64_t seconds;
+    int64_t microseconds;
+    uint64_t registration;
+    bool operator<(const FiringKey& other) const;
+  };
+  using TimerList = std::map<FiringKey, TimerInfo>;
+
+  int32_t nextTimerId() const;                 // mutex_ held
+  void insertTimer(TimerInfo info);            // mutex_ held
+  void eraseTimer(TimerList::iterator timer);  // mutex_ held
+  // Removes the timer with this id when `matches` accepts it; true when it did.
+  bool removeTimer(int32_t id, const std::function<bool(const TimerInfo&)>& matches);
+  // Removes every timer of `receiver`; true when there was any.
+  bool removeReceiverTimers(const TimerObject* receiver);
+  // The select() timeout for the head timer, or none when the list is empty; sets the in-select
+  // flag in the same locked step.
   std::optional<TimeValue> computeTimeout();
-  // Removes the records matching `matches`, at most one unless `all`; true when any was.
-  bool removeTimers(const std::function<bool(const TimerInfo&)>& matches, bool all);
   void wakeUpIfInSelect();
+  // Calls the receiver's timerEvent(), logging what it throws.
+  void deliverEvent(TimerObject& receiver);
   // Waits on the pipe; the result of select().
   int waitForEvent(const std::optional<TimeValue>& timeout, fd_set* readSet);
 
@@ -118,7 +141,9 @@ class TimerEventManager {
   int writeFd_ = -1;
   int maxFd_ = -1;  // -1 when there is no pipe
   mutable std::recursive_mutex mutex_;
-  std::list<TimerInfo> timers_;  // guarded by mutex_, sorted by expiry
+  TimerList timers_;                                   // guarded by mutex_
+  std::map<int32_t, TimerList::iterator> timersById_;  // guarded by mutex_
+  uint64_t registrations_ = 0;                         // guarded by mutex_
   std::atomic<bool> inSelect_{false};
 };
 
