@@ -19,6 +19,13 @@ $ frame request "$(pad 65537)" | ask
 closed
 $ printf 'GET / HTTP/1.1\r\n\r\n' | ask
 closed
+# A call holding more than 4096 opening brackets is refused unparsed (json-c would take some 270
+# times its size to build it).
+$ for n in 4094 4095; do frame request "{\"command\":\"x\",\"a\":[$(printf '{},%.0s' $(seq $n))0]}" | ask; done
+reply request
+{ "code": -1, "msg": "api not exists" }
+reply request
+{ "code": 3, "msg": "parameter format error" }
 # A flood: 400 connections send calls for some seconds and stay (150 dribble calls of 64 KiB,
 # 150 send 20 such calls at once, 100 send one of 4 MiB) while a caller asks every 50 ms on a
 # connection of its own. The daemon holds at most 256 callers' connections (a few descriptors more
