@@ -20,7 +20,11 @@ namespace zorvik {
 
 class Scene;
 
-// The module name under which the action and its back ends log.
+// The name that the action module's log lines carry. The module is Action.cpp and the back ends
+// it dispatches to (RouterCommand, LocalServiceClient, DeviceTunnel): each back end has a file of
+// its own so that it reads on its own, and they all log as "Action.cpp", the name under which
+// readers of the log and its callers have always found these messages. The number in a line is
+// that of the statement that wrote it, in its own file; the message tells which back end it is.
 inline constexpr char kActionLogModule[] = "Action.cpp";
 
 class Action : public TimerObject {

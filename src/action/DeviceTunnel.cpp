@@ -41,16 +41,12 @@ std::string DeviceTunnel::tunnelLine(int form, const std::string& message) {
 }
 
 void DeviceTunnel::doTunnel(const std::string& payload) {
-  runTunnel(kDeviceForm, payload, __LINE__);
+  ZSHELL_RUN_AS(kActionLogModule, kLogInfo, tunnelLine(kDeviceForm, payload));
 }
 
 bool DeviceTunnel::doTunnelForm7(const std::string& payload) {
-  runTunnel(kForm7, payload, __LINE__);
+  ZSHELL_RUN_AS(kActionLogModule, kLogInfo, tunnelLine(kForm7, payload));
   return true;
-}
-
-void DeviceTunnel::runTunnel(int form, const std::string& payload, int sourceLine) {
-  Shell::runLogged(kActionLogModule, sourceLine, kLogInfo, tunnelLine(form, payload));
 }
 
 }  // namespace zorvik

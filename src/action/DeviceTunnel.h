@@ -2,6 +2,7 @@
 //
 // The tool takes a numeric form selector and one argument, the message in base64 (unpadded).
 // "quiro" and "lumdex" actions use form 6; the TV helper's wake-on-LAN uses the same line.
+// Lines are logged as part of the action module (kActionLogModule).
 //
 // Threading: stateless static functions; any thread may call them. Nothing is owned.
 #ifndef ZORVIK_ACTION_DEVICETUNNEL_H_
@@ -30,9 +31,6 @@ class DeviceTunnel {
   static void doTunnel(const std::string& payload);
   // The same with form 7. Always true.
   static bool doTunnelForm7(const std::string& payload);
-
- private:
-  static void runTunnel(int form, const std::string& payload, int sourceLine);
 };
 
 }  // namespace zorvik

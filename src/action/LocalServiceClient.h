@@ -3,7 +3,8 @@
 // "halvex" actions go to the HalvexServ service, "kelmora" actions to Kelmora; both take the
 // payload as their one request string and answer a JSON object whose "code" 0 means success.
 // Every call opens its own framed binary connection to "localhost" and closes it at the end;
-// no time-outs are set, so a service that accepts and never answers holds the caller.
+// no time-outs are set, so a service that accepts and never answers holds the caller. Faults are
+// logged as part of the action module (kActionLogModule).
 //
 // Threading: stateless static functions, called on the timer thread; each call owns its
 // transport objects and shares nothing.

@@ -42,15 +42,14 @@ constexpr char kMacKey[] = "mac";
 constexpr char kCommandKey[] = "command";
 constexpr char kDurationKey[] = "duration";
 
-void runRouterLine(const std::string& line) {
-  Shell::runLogged(kActionLogModule, __LINE__, kLogError, line);
-}
+// Router lines are logged at the error level even when they succeed, as they always have been.
+constexpr int kRouterLineLevel = kLogError;
 
 // Runs the line of `entry`; the wan commands take their MAC from `source`, and without one
 // log `missingMac` instead. A MAC that could change the command line runs nothing.
 void runCommandWithMacFrom(const RouterLine& entry, json_object* source, const char* missingMac) {
   if (entry.wanAccess == nullptr) {
-    runRouterLine(entry.fixedLine);
+    ZSHELL_RUN_AS(kActionLogModule, kRouterLineLevel, entry.fixedLine);
     return;
   }
   json_object* macValue = Json::member(source, kMacKey);
@@ -63,7 +62,8 @@ void runCommandWithMacFrom(const RouterLine& entry, json_object* source, const c
     ZLOG_AS(kActionLogModule, kLogError) << "brelk router mac is invalid: " << mac;
     return;
   }
-  runRouterLine(kMacFilterSet + mac + " wan=" + entry.wanAccess + kMacFilterCommit);
+  const std::string line = kMacFilterSet + mac + " wan=" + entry.wanAccess + kMacFilterCommit;
+  ZSHELL_RUN_AS(kActionLogModule, kRouterLineLevel, line);
 }
 
 }  // namespace
@@ -121,9 +121,12 @@ void RouterCommand::doRouterShutdown(const std::string& extra) {
 void RouterCommand::shutdownWorker(int durationMs) {
   const auto minutes =
       std::chrono::duration_cast<std::chrono::minutes>(std::chrono::milliseconds(durationMs));
-  runRouterLine(kShutdownLine + std::to_string(minutes.count()));
+  const std::string line = kShutdownLine + std::to_string(minutes.count());
+  ZSHELL_RUN_AS(kActionLogModule, kRouterLineLevel, line);
 }
 
-void RouterCommand::doRouterReboot() { runRouterLine(kRebootLine); }
+void RouterCommand::doRouterReboot() {
+  ZSHELL_RUN_AS(kActionLogModule, kRouterLineLevel, kRebootLine);
+}
 
 }  // namespace zorvik

@@ -2,7 +2,8 @@
 //
 // Blocking or unblocking a client's internet access by MAC address, switching the Wi-Fi off or
 // on, powering the router down for a while and rebooting it. Each builds one command line and
-// runs it; every line is logged at the error level (deliberately, even when it succeeds).
+// runs it; every line is logged at the error level (deliberately, even when it succeeds), as
+// part of the action module (kActionLogModule).
 //
 // Threading: stateless static functions called on the timer thread. doRouterShutdown() runs
 // shutdownWorker() on a detached thread of its own, which only reads its integer argument.

@@ -3,7 +3,7 @@
 
 #include <syslog.h>
 
-#include <mutex>
+#include "server/Mutex.h"
 
 namespace zorvik {
 namespace {
@@ -14,8 +14,8 @@ const char kLogTag[] = "[ZORVIK ";
 // Null while the log is closed. Written only at start-up, before other threads exist.
 const char* logIdentity = nullptr;
 
-std::mutex sinkMutex;
-LogSink currentSink;  // guarded by sinkMutex; empty means syslog
+Mutex sinkMutex;
+LogSink currentSink GUARDED_BY(sinkMutex);  // empty means syslog
 
 }  // namespace
 
@@ -37,7 +37,7 @@ void syslogSink(int priority, const std::string& text) {
 }
 
 LogSink setLogSink(LogSink sink) {
-  std::lock_guard<std::mutex> lock(sinkMutex);
+  MutexLock lock(sinkMutex);
   LogSink previous = std::move(currentSink);
   currentSink = std::move(sink);
   return previous;
@@ -63,7 +63,7 @@ LogMessage::~LogMessage() {
   stream_ << '\n';
   stream_.flush();
   const std::string text = stream_.str();
-  std::lock_guard<std::mutex> lock(sinkMutex);
+  MutexLock lock(sinkMutex);
   if (currentSink) {
     currentSink(priority_, text);
   } else {

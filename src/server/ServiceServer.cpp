@@ -1,7 +1,6 @@
 #include "server/ServiceServer.h"
 
 #include <sys/resource.h>
-#include <thrift/concurrency/ThreadFactory.h>
 #include <thrift/concurrency/ThreadManager.h>
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/transport/TNonblockingServerSocket.h>
@@ -10,11 +9,11 @@
 #include <cstdint>
 
 #include "server/Shell.h"
+#include "server/WorkerThreadFactory.h"
 
 namespace zorvik {
 namespace {
 
-using apache::thrift::concurrency::ThreadFactory;
 using apache::thrift::concurrency::ThreadManager;
 using apache::thrift::protocol::TBinaryProtocolFactory;
 using apache::thrift::server::TNonblockingServer;
@@ -47,7 +46,7 @@ constexpr int32_t kCheckBuffersEveryCall = 1;
 std::shared_ptr<ThreadManager> startWorkers() {
   std::shared_ptr<ThreadManager> workers =
       ThreadManager::newSimpleThreadManager(kWorkerThreads, kUnlimitedPendingTasks);
-  workers->threadFactory(std::make_shared<ThreadFactory>(/*detached=*/true));
+  workers->threadFactory(std::make_shared<WorkerThreadFactory>());
   workers->start();
   return workers;
 }

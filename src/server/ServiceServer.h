@@ -1,7 +1,8 @@
 // ServiceServer: builds the non-blocking Thrift server of the Zorvik service with the daemon's
-// settings: one I/O thread (the one that calls serve()), three worker threads with an unbounded
-// queue, framed transport, binary protocol (strict read off, strict write on), listening on
-// 127.0.0.1 only, with frames, strings and connections bounded for a small router.
+// settings: one I/O thread (the one that calls serve()), three detached worker threads with a
+// 1 MiB stack each (WorkerThreadFactory) and an unbounded queue, framed transport, binary
+// protocol (strict read off, strict write on), listening on 127.0.0.1 only, with frames, strings
+// and connections bounded for a small router.
 //
 // Ownership: the returned server owns the handler, the processor, the socket and the workers.
 #ifndef ZORVIK_SERVER_SERVICESERVER_H_

@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <mutex>
 
 #include "server/Log.h"
+#include "server/Mutex.h"
 
 namespace zorvik {
 namespace {
@@ -35,11 +35,11 @@ class RealBackend : public Shell::Backend {
   }
 };
 
-std::mutex backendMutex;
-std::shared_ptr<Shell::Backend> backend;  // guarded by backendMutex; null means the real one
+Mutex backendMutex;
+std::shared_ptr<Shell::Backend> backend GUARDED_BY(backendMutex);  // null means the real one
 
 std::shared_ptr<Shell::Backend> currentBackend() {
-  std::lock_guard<std::mutex> lock(backendMutex);
+  MutexLock lock(backendMutex);
   if (!backend) backend = std::make_shared<RealBackend>();
   return backend;
 }
@@ -89,7 +89,7 @@ std::string Shell::quote(const std::string& text) {
 }
 
 std::shared_ptr<Shell::Backend> Shell::setBackend(std::shared_ptr<Backend> replacement) {
-  std::lock_guard<std::mutex> lock(backendMutex);
+  MutexLock lock(backendMutex);
   std::shared_ptr<Backend> previous = std::move(backend);
   backend = std::move(replacement);
   return previous;

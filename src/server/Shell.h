@@ -60,8 +60,10 @@ class Shell {
 }  // namespace zorvik
 
 // Runs a command line through Shell::runLogged with this file's name and line.
-#define ZSHELL_RUN(level, command) \
-  ::zorvik::Shell::runLogged(__FILE_NAME__, __LINE__, (level), (command))
+#define ZSHELL_RUN(level, command) ZSHELL_RUN_AS(__FILE_NAME__, (level), (command))
+// The same for code that logs under the name of another module it belongs to.
+#define ZSHELL_RUN_AS(module, level, command) \
+  ::zorvik::Shell::runLogged((module), __LINE__, (level), (command))
 // Runs a command line through Shell::captureLogged with this file's name and line.
 #define ZSHELL_CAPTURE(command, lineFeeds) \
   ::zorvik::Shell::captureLogged(__FILE_NAME__, __LINE__, (command), (lineFeeds))

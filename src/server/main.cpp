@@ -5,6 +5,10 @@
 // Threads: this thread becomes the server's only I/O thread; three worker threads run the
 // `request` calls. Every object made here lives until the process ends.
 //
+// Output: the system log holds only the daemon's own lines. The Thrift library's messages
+// (start-up notes, callers' bad frames) stay on standard error, where the library writes them
+// and which the service file hands to the system log as the program's own output.
+//
 // Signals: the daemon leads a process group of its own, which every command it runs inherits,
 // and passes a SIGTERM on to that group before it ends, so that a stop leaves no command
 // running behind it.
@@ -25,10 +29,6 @@
 namespace {
 
 constexpr int kExitCannotServe = 1;
-
-// Thrift's own diagnostics go to the daemon's log. They mix start-up notes with callers' faults
-// (a reset connection, an oversized frame), none of them a fault of the daemon: info level.
-void logThriftOutput(const char* message) { ZLOG(zorvik::kLogInfo) << "thrift: " << message; }
 
 // A request near the frame bound passes through buffers the size of a frame or larger (Thrift's
 // read buffer, the parameter, the reply) on the I/O thread and on a worker. glibc raises its
@@ -64,7 +64,6 @@ int main(int argc, char** argv) {
   returnLargeBuffersToTheSystem();
   std::cout << "argc is " << argc << ", argv is NULL? " << (argv == nullptr) << std::endl;
   zorvik::openLog();
-  apache::thrift::GlobalOutput.setOutputFunction(logThriftOutput);
 
   // The scene engine is up before the server exists: no request is served before it.
   zorvik::SceneManager::instance()->start();

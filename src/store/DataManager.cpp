@@ -52,11 +52,11 @@ const Statements& statements() {
   return *texts;
 }
 
-std::mutex modelMutex;
-std::string routerModel;  // guarded by modelMutex
+Mutex modelMutex;
+std::string routerModel GUARDED_BY(modelMutex);
 
 void setModel(std::string model) {
-  std::lock_guard<std::mutex> lock(modelMutex);
+  MutexLock lock(modelMutex);
   routerModel = std::move(model);
 }
 
@@ -148,14 +148,22 @@ DataManager::DataManager(std::string folder, std::string factoryConfigFile)
   init();
 }
 
-DataManager::~DataManager() { closeDatabase(); }
+DataManager::~DataManager() {
+  MutexLock lock(mutex_);
+  closeDatabase();
+}
 
 std::string DataManager::model() {
-  std::lock_guard<std::mutex> lock(modelMutex);
+  MutexLock lock(modelMutex);
   return routerModel;
 }
 
 void DataManager::init() {
+  MutexLock lock(mutex_);
+  openIfClosed();
+}
+
+void DataManager::openIfClosed() {
   if (db_ != nullptr) return;
   setModel(getSystemCommandOutput(kModelCommand));
   ZLOG(kLogInfo) << "Create Database folder at: " << folder_;
@@ -227,7 +235,7 @@ void DataManager::seedIfEmpty() {
 }
 
 std::optional<int> DataManager::countScenes() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   if (db_ == nullptr) return std::nullopt;
   const std::optional<ResultTable> table =
       getTable(db_, statements().count, "DataBase get table count failed: ");
@@ -249,7 +257,7 @@ void DataManager::seedFromFactoryFile() {
 }
 
 void DataManager::loadScenes(std::vector<std::shared_ptr<Scene>>& scenes) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   if (db_ == nullptr) return;
   const std::optional<ResultTable> table =
       getTable(db_, statements().readAll, "DataBase get table failed: ");
@@ -269,7 +277,7 @@ std::vector<std::shared_ptr<Scene>> DataManager::getScenes() {
 }
 
 bool DataManager::getScene(int32_t id, Scene& scene) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   if (db_ == nullptr) return false;
   sqlite3_stmt* statement = nullptr;
   if (sqlite3_prepare_v2(db_, statements().readOne.c_str(), -1, &statement, nullptr) != SQLITE_OK) {
@@ -293,7 +301,7 @@ bool DataManager::insertScene(const Scene& scene) {
   const std::string name = scene.name();
   const std::string actions = scene.actionsJson();
   const std::string launch = scene.launchJson();
-  std::lock_guard<std::mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return runStatement(db_, statements().insert, {scene.id(), name, actions, launch});
 }
 
@@ -301,31 +309,31 @@ bool DataManager::modifyScene(const Scene& scene) {
   const std::string name = scene.name();
   const std::string actions = scene.actionsJson();
   const std::string launch = scene.launchJson();
-  std::lock_guard<std::mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return runStatement(db_, statements().update, {name, actions, launch, scene.id()});
 }
 
 bool DataManager::deleteScene(int32_t id) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return runStatement(db_, statements().remove, {id});
 }
 
 void DataManager::reset() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   closeDatabase();
   std::remove(databasePath_.c_str());
   std::remove(localConfigPath_.c_str());
 }
 
 void DataManager::recreate() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   closeDatabase();
   std::remove(databasePath_.c_str());
-  init();
+  openIfClosed();
 }
 
 bool DataManager::isOpen() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return db_ != nullptr;
 }
 

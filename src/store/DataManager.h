@@ -4,20 +4,20 @@
 // command whose output the store needs (the router model). The process-wide instance uses the
 // router's folders; tests construct their own with other paths.
 //
-// Threading: insertScene, modifyScene, deleteScene, getScene, loadScenes, getScenes, reset and
-// recreate hold `mutex_` for their whole run. init takes no lock: it runs from the constructor
-// and inside recreate. addDefaultScenes holds the mutex only inside each store step (count,
-// insert); callers make sure no other seeding runs meanwhile.
+// Threading: init, insertScene, modifyScene, deleteScene, getScene, loadScenes, getScenes, reset
+// and recreate hold `mutex_` for their whole run. addDefaultScenes holds the mutex only inside
+// each store step (count, insert); callers make sure no other seeding runs meanwhile.
 #ifndef ZORVIK_STORE_DATAMANAGER_H_
 #define ZORVIK_STORE_DATAMANAGER_H_
 
 #include <sqlite3.h>
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "server/Mutex.h"
 
 namespace zorvik {
 
@@ -38,6 +38,7 @@ class DataManager {
   DataManager(const DataManager&) = delete;
   DataManager& operator=(const DataManager&) = delete;
 
+  // Opens the database, creating its folder and table, unless it is open.
   void init();
   void addDefaultScenes();
   void loadScenes(std::vector<std::shared_ptr<Scene>>& scenes);
@@ -59,9 +60,10 @@ class DataManager {
   static std::string model();
 
  private:
-  bool ensureFolder();   // init: creates the store folder when it is missing
-  void openDatabase();   // init: opens the file and creates the table
-  void closeDatabase();  // mutex_ held, or no other thread uses the store
+  void openIfClosed() REQUIRES(mutex_);
+  bool ensureFolder();                   // creates the store folder when it is missing
+  void openDatabase() REQUIRES(mutex_);  // opens the file and creates the table
+  void closeDatabase() REQUIRES(mutex_);
   bool isOpen();
   void seedIfEmpty();
   std::optional<int> countScenes();  // nullopt when the count failed
@@ -71,8 +73,8 @@ class DataManager {
   const std::string databasePath_;
   const std::string localConfigPath_;
   const std::string factoryConfigFile_;
-  std::mutex mutex_;
-  sqlite3* db_ = nullptr;  // guarded by mutex_ (see the threading note above)
+  Mutex mutex_;
+  sqlite3* db_ GUARDED_BY(mutex_) = nullptr;
 };
 
 }  // namespace zorvik

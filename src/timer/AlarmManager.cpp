@@ -12,7 +12,7 @@ AlarmManager::AlarmManager(LocalClock localNow)
       receiver_(std::make_shared<TimerReceiver>(*this)) {}
 
 AlarmManager::~AlarmManager() {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   if (receiver_->isRunning()) receiver_->killTimer();
 }
 
@@ -24,7 +24,7 @@ AlarmManager* AlarmManager::getInstance() {
 void AlarmManager::setAlarms(const std::vector<std::shared_ptr<AlarmObject>>& alarms) {
   // Meant for start-up, before other threads use the manager; the lock costs nothing then and
   // keeps a late caller safe.
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   for (const std::shared_ptr<AlarmObject>& alarm : alarms) {
     if (!alarm->isEnabled() || !alarm->isValid()) continue;
     const int64_t milliseconds = alarm->getFirstAlarm(localNow_());
@@ -38,7 +38,7 @@ void AlarmManager::setAlarms(const std::vector<std::shared_ptr<AlarmObject>>& al
 }
 
 void AlarmManager::addAlarm(const std::shared_ptr<AlarmObject>& alarm) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   const int64_t milliseconds = alarm->getFirstAlarm(localNow_());
   if (milliseconds < 0) return;
   for (const AlarmEntry& entry : entries_) {
@@ -49,7 +49,7 @@ void AlarmManager::addAlarm(const std::shared_ptr<AlarmObject>& alarm) {
 }
 
 void AlarmManager::removeAlarm(const std::shared_ptr<AlarmObject>& alarm) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   const EntryList::iterator entry = findEntry(alarm.get());
   if (entry == entries_.end()) return;
   if (!isNearest(entry)) {
@@ -63,7 +63,7 @@ void AlarmManager::removeAlarm(const std::shared_ptr<AlarmObject>& alarm) {
 }
 
 void AlarmManager::updateAlarm(const std::shared_ptr<AlarmObject>& alarm) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   bool wasNearest = false;
   const EntryList::iterator entry = findEntry(alarm.get());
   if (entry != entries_.end()) {
@@ -101,7 +101,7 @@ void AlarmManager::takeIfNearest(AlarmEntry* added) {
 }
 
 void AlarmManager::fireNearest() {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   if (nearest_ == nullptr) {
     ZLOG(kLogError) << "Error: nearest alarm is null ???";
     return;
@@ -173,12 +173,12 @@ AlarmManager::EntryList::iterator AlarmManager::findEntry(const AlarmObject* ala
 bool AlarmManager::isNearest(EntryList::const_iterator entry) const { return &*entry == nearest_; }
 
 std::vector<AlarmManager::AlarmEntry> AlarmManager::entries() const {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return std::vector<AlarmEntry>(entries_.begin(), entries_.end());
 }
 
 std::shared_ptr<AlarmObject> AlarmManager::nearestAlarm() const {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return nearest_ == nullptr ? nullptr : nearest_->alarm;
 }
 

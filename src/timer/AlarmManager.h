@@ -13,9 +13,10 @@
 // getInstance() is the process-wide manager, never destroyed. Other instances (tests) cancel
 // the receiver's timer when destroyed and must not be destroyed while it may fire.
 //
-// Threading: the recursive `mutex_` guards the entries and the nearest one. Operations may be
-// called from any thread; fireNearest() runs on the timer thread and calls onAlarm() with the
-// mutex held, so onAlarm() must hand long work to another thread. The mutex is taken before the
+// Threading: `mutex_` guards the entries and the nearest one. Operations may be called from any
+// thread; fireNearest() runs on the timer thread and calls onAlarm() with the mutex held, so
+// onAlarm() must hand long work to another thread. The mutex is recursive because onAlarm() may
+// change the registrations (an alarm that removes itself, for one). The mutex is taken before the
 // timer manager's, never after it.
 #ifndef ZORVIK_TIMER_ALARMMANAGER_H_
 #define ZORVIK_TIMER_ALARMMANAGER_H_
@@ -24,9 +25,9 @@
 #include <functional>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "server/Mutex.h"
 #include "timer/AlarmObject.h"
 #include "timer/TimerReceiver.h"
 
@@ -72,23 +73,23 @@ class AlarmManager {
   using EntryList = std::list<AlarmEntry>;
 
   // Chooses the smallest stored value (the earliest registered among equals) and arms for it.
-  void armNearest();                       // mutex_ held
-  void armReceiver(int64_t milliseconds);  // mutex_ held
+  void armNearest() REQUIRES(mutex_);
+  void armReceiver(int64_t milliseconds) REQUIRES(mutex_);
   // Makes a new entry the nearest when there is none or it fires sooner, and arms for it.
-  void takeIfNearest(AlarmEntry* added);                    // mutex_ held
-  EntryList::iterator findEntry(const AlarmObject* alarm);  // mutex_ held
-  bool isNearest(EntryList::const_iterator entry) const;    // mutex_ held
+  void takeIfNearest(AlarmEntry* added) REQUIRES(mutex_);
+  EntryList::iterator findEntry(const AlarmObject* alarm) REQUIRES(mutex_);
+  bool isNearest(EntryList::const_iterator entry) const REQUIRES(mutex_);
   // Applies the fired alarm's outcome to the nearest entry: a fresh value or removal.
-  void rescheduleFired(const std::shared_ptr<AlarmObject>& alarm);  // mutex_ held
+  void rescheduleFired(const std::shared_ptr<AlarmObject>& alarm) REQUIRES(mutex_);
   // True while the nearest entry is still the one holding the fired `alarm`.
-  bool nearestHolds(const std::shared_ptr<AlarmObject>& alarm) const;  // mutex_ held
+  bool nearestHolds(const std::shared_ptr<AlarmObject>& alarm) const REQUIRES(mutex_);
   // Removes the fired alarm's entry.
-  void dropFiredEntry(const std::shared_ptr<AlarmObject>& alarm);  // mutex_ held
+  void dropFiredEntry(const std::shared_ptr<AlarmObject>& alarm) REQUIRES(mutex_);
 
   const LocalClock localNow_;
-  mutable std::recursive_mutex mutex_;
-  EntryList entries_;              // guarded by mutex_
-  AlarmEntry* nearest_ = nullptr;  // guarded by mutex_; an element of entries_ or null
+  mutable RecursiveMutex mutex_;
+  EntryList entries_ GUARDED_BY(mutex_);
+  AlarmEntry* nearest_ GUARDED_BY(mutex_) = nullptr;  // an element of entries_ or null
   const std::shared_ptr<TimerReceiver> receiver_;
 };
 

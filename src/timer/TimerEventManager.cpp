@@ -8,6 +8,7 @@
 #include <chrono>
 #include <exception>
 #include <iterator>
+#include <mutex>
 #include <thread>
 #include <tuple>
 
@@ -77,7 +78,7 @@ int32_t TimerEventManager::addTimer(int32_t intervalMs, TimerObject* receiver,
                                     std::atomic<int32_t>* idSlot) {
   int32_t id;
   {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    MutexLock lock(mutex_);
     TimerInfo info;
     info.id = nextTimerId();
     // Signed division: a negative interval gives negative parts and an expiry in the past.
@@ -115,7 +116,7 @@ void TimerEventManager::killReceiverTimers(const TimerObject* receiver) {
 
 bool TimerEventManager::removeTimer(int32_t id,
                                     const std::function<bool(const TimerInfo&)>& matches) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   const auto found = timersById_.find(id);
   if (found == timersById_.end() || !matches(found->second->second)) return false;
   eraseTimer(found->second);
@@ -123,7 +124,7 @@ bool TimerEventManager::removeTimer(int32_t id,
 }
 
 bool TimerEventManager::removeReceiverTimers(const TimerObject* receiver) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   bool removed = false;
   for (auto timer = timers_.begin(); timer != timers_.end();) {
     const auto next = std::next(timer);
@@ -169,7 +170,7 @@ void TimerEventManager::processNextEvent() {
 }
 
 std::optional<TimerEventManager::TimeValue> TimerEventManager::computeTimeout() {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   // Decided under the lock: a timer added from now on finds the flag set and wakes the thread,
   // even before it is inside select() (the wake-up bytes then wait in the pipe).
   inSelect_.store(true);
@@ -215,7 +216,7 @@ void TimerEventManager::activateTimers() {
   ZLOG(kLogInfo) << "activate timers ...";
   std::shared_ptr<TimerObject> receiver;
   {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    MutexLock lock(mutex_);
     if (timers_.empty()) return;
     const TimeValue now = currentTime();
     const TimerList::iterator head = timers_.begin();
@@ -272,7 +273,7 @@ TimerEventManager::TimeValue TimerEventManager::currentTime() const {
 }
 
 std::vector<TimerEventManager::TimerInfo> TimerEventManager::pendingTimers() const {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   std::vector<TimerInfo> pending;
   for (const auto& [key, info] : timers_) pending.push_back(info);
   return pending;

@@ -11,13 +11,13 @@
 // owner of the receiver for the duration of timerEvent(), and a receiver that is already gone is
 // dropped without an event. The raw receiver pointer is kept for identity only, never followed.
 //
-// Threading: `mutex_` guards the list and its records. It is released before select() and
-// before timerEvent() is called, so a receiver may take locks of its own and may arm or cancel
-// timers from inside timerEvent(). The in-select flag is atomic: the thread sets it under
-// `mutex_` in the same step that computes its timeout from the list, and clears it when select()
-// returns; whoever changes the list afterwards finds it set and wakes the thread (clearing it,
-// so that one wait gets one wake-up). No change of the list can thus fall between the timeout's
-// computation and the wait.
+// Threading: `mutex_` guards the list and its records. It is a plain mutex: nothing that runs
+// under it comes back into the manager. It is released before select() and before timerEvent()
+// is called, so a receiver may take locks of its own and may arm or cancel timers from inside
+// timerEvent(). The in-select flag is atomic: the thread sets it under `mutex_` in the same step
+// that computes its timeout from the list, and clears it when select() returns; whoever changes
+// the list afterwards finds it set and wakes the thread (clearing it, so that one wait gets one
+// wake-up). No change of the list can thus fall between the timeout's computation and the wait.
 // getInstance() is the process-wide manager, never destroyed; startThread() gives it its
 // thread. Other instances (tests) have no thread of their own: their passes are driven by the
 // caller, and an instance must not be destroyed while a thread is inside one of its passes.
@@ -31,9 +31,10 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
+
+#include "server/Mutex.h"
 
 namespace zorvik {
 
@@ -120,9 +121,9 @@ class TimerEventManager {
   };
   using TimerList = std::map<FiringKey, TimerInfo>;
 
-  int32_t nextTimerId() const;                 // mutex_ held
-  void insertTimer(TimerInfo info);            // mutex_ held
-  void eraseTimer(TimerList::iterator timer);  // mutex_ held
+  int32_t nextTimerId() const REQUIRES(mutex_);
+  void insertTimer(TimerInfo info) REQUIRES(mutex_);
+  void eraseTimer(TimerList::iterator timer) REQUIRES(mutex_);
   // Removes the timer with this id when `matches` accepts it; true when it did.
   bool removeTimer(int32_t id, const std::function<bool(const TimerInfo&)>& matches);
   // Removes every timer of `receiver`; true when there was any.
@@ -140,10 +141,10 @@ class TimerEventManager {
   int readFd_ = -1;
   int writeFd_ = -1;
   int maxFd_ = -1;  // -1 when there is no pipe
-  mutable std::recursive_mutex mutex_;
-  TimerList timers_;                                   // guarded by mutex_
-  std::map<int32_t, TimerList::iterator> timersById_;  // guarded by mutex_
-  uint64_t registrations_ = 0;                         // guarded by mutex_
+  mutable Mutex mutex_;
+  TimerList timers_ GUARDED_BY(mutex_);
+  std::map<int32_t, TimerList::iterator> timersById_ GUARDED_BY(mutex_);
+  uint64_t registrations_ GUARDED_BY(mutex_) = 0;
   std::atomic<bool> inSelect_{false};
 };
 

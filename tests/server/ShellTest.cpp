@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "server/Shell.h"
-#include "support/LogCapture.h"
-#include "support/ShellRecorder.h"
 
 namespace zorvik {
 namespace {
@@ -18,17 +16,6 @@ TEST(ShellTest, QuotedTextIsOneWordAndTheRealBackendGivesResultsAndWholeOutput) 
       hostile + std::string(300, 'x'));
   EXPECT_EQ(Shell::system("true"), 0);
   EXPECT_NE(Shell::system("exit 3"), 0);
-}
-
-TEST(ShellTest, RunLoggedLogsTheCommandAndAFailure) {
-  LogCapture capture;
-  ShellRecorder recorder;
-  recorder.setResult("/bin/fail", 256);
-  EXPECT_EQ(Shell::runLogged("Scene.cpp", 34, kLogInfo, "/bin/fail"), 256);
-  EXPECT_EQ(recorder.lines(), std::vector<std::string>{"/bin/fail"});
-  ASSERT_EQ(capture.lines().size(), 2u);
-  EXPECT_EQ(capture.lines()[0].text, "[ZORVIK INFO Scene.cpp:34]system command: /bin/fail\n");
-  EXPECT_EQ(capture.lines()[1].text, "[ZORVIK ERROR Scene.cpp:34]system call error\n");
 }
 
 }  // namespace
