@@ -1,4 +1,4 @@
-// Scene: parses a scene's launch and action texts, runs its actions and replays the crontab tick.
+// Scene: reads a scene's launch text, runs its actions and replays the crontab tick.
 #include "scene/Scene.h"
 
 #include <cctype>
@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include "action/Action.h"
+#include "scene/ActionListParser.h"
 #include "server/Json.h"
 #include "server/Log.h"
 #include "server/ResultCode.h"
@@ -20,24 +21,6 @@ constexpr char kFeedProgram[] = "/usr/sbin/vantpost ";
 constexpr int kStatusMessageType = 5;
 constexpr int32_t kMsPerMinute = 60000;
 constexpr int64_t kCrontabWindowMs = kMsPerMinute;
-
-// How the special action types expand into router actions. A pair (second != nullptr) creates
-// a second, non-blocking action that runs "duration" milliseconds after the first finished.
-struct SpecialType {
-  const char* type;
-  const char* thirdParty;
-  const char* firstCommand;
-  const char* secondCommand;  // nullptr: one action only
-  bool needsExtra;
-  bool firstBlocks;
-};
-
-constexpr SpecialType kSpecialTypes[] = {
-    {"normal_wan_forbidden", "brelkrouter_group", "wan_block", "wan_unblock", true, true},
-    {"normal_wifi_down", "brelkrouter_group", "wifi_down", "wifi_up", true, true},
-    {"normal_shutdown", "brelkrouter_shutdown", "", nullptr, true, true},
-    {"normal_reboot", "brelkrouter_reboot", "", nullptr, false, false},
-};
 
 bool containsDay(const std::vector<int32_t>& days, int32_t day) {
   for (int32_t d : days) {
@@ -150,80 +133,8 @@ void Scene::clearActions() {
 
 void Scene::parseActions() {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  const Json::Document document = Json::parse(actionsJson_);
-  json_object* root = document.get();
-  if (root == nullptr) {
-    ZLOG(kLogError) << "Scene actions not json format";
-  } else if (!json_object_is_type(root, json_type_array)) {
-    ZLOG(kLogError) << "Scene actions not json array";
-  } else if (json_object_array_length(root) == 0) {
-    ZLOG(kLogInfo) << "Scene actions length is 0";
-  } else {
-    const size_t length = json_object_array_length(root);
-    for (size_t i = 0; i < length; ++i) addActionsOf(i, json_object_array_get_idx(root, i));
-  }
+  actions_ = ActionListParser::parse(actionsJson_, weak_from_this());
   actionsDirty_ = false;
-}
-
-void Scene::addActionsOf(size_t position, json_object* element) {
-  if (element == nullptr) {
-    ZLOG(kLogError) << "Scene actions[" << position << "] is null";
-    return;
-  }
-  json_object* thirdPartyValue = Json::member(element, "thirdParty");
-  json_object* typeValue = Json::member(element, "type");
-  if (thirdPartyValue == nullptr || typeValue == nullptr) {
-    ZLOG(kLogError) << "Scene actions[" << position << "] thirdParty or type is null";
-    return;
-  }
-  const std::string thirdParty = Json::text(thirdPartyValue);
-  const std::string type = Json::text(typeValue);
-  if (thirdParty.empty() || type.empty()) {
-    ZLOG(kLogError) << "Scene actions[" << position << "] thirdParty or type is empty";
-    return;
-  }
-  const std::string name = Json::memberText(element, "name");
-  const std::string keyName = Json::memberText(element, "keyName");
-  const std::string payload = Json::memberText(element, "payload");
-  json_object* delayValue = Json::member(element, "delay");
-  const int32_t delay = delayValue == nullptr ? 0 : json_object_get_int(delayValue);
-  json_object* blockValue = Json::member(element, "block");
-  const bool block = blockValue == nullptr || json_object_get_boolean(blockValue);
-
-  auto append = [&](const std::string& actionThirdParty, int32_t actionDelay, bool actionBlock,
-                    const std::string& extra, const std::string& command) {
-    actions_.push_back(std::make_shared<Action>(
-        weak_from_this(), static_cast<uint32_t>(actions_.size()), actionThirdParty, type, name,
-        keyName, payload, actionDelay, actionBlock, extra, command));
-  };
-
-  const SpecialType* special = findWord(kSpecialTypes, &SpecialType::type, type);
-  if (special == nullptr) {
-    append(thirdParty, delay, block, "", "");
-    return;
-  }
-  std::string extra;
-  int32_t duration = 0;
-  if (special->needsExtra) {
-    json_object* extraValue = Json::member(element, "extra");
-    if (extraValue == nullptr) {
-      ZLOG(kLogError) << "Scene actions[" << position << "] special type extra is null";
-      return;
-    }
-    if (special->secondCommand != nullptr) {
-      json_object* durationValue = Json::member(extraValue, "duration");
-      if (durationValue == nullptr) {
-        ZLOG(kLogError) << "Scene actions[" << position << "] special type extra duration is null";
-        return;
-      }
-      duration = json_object_get_int(durationValue);
-    }
-    extra = Json::text(extraValue);
-  }
-  append(special->thirdParty, delay, special->firstBlocks, extra, special->firstCommand);
-  if (special->secondCommand != nullptr) {
-    append(special->thirdParty, duration, false, extra, special->secondCommand);
-  }
 }
 
 json_object* Scene::toJson() { return toJson(currentTimeMs()); }

@@ -2,9 +2,10 @@
 // text) and an optional launch mode (JSON object text) that says what else starts it: a device
 // coming home, a device leaving, or a timer (kept in the AlarmObject part).
 //
-// A scene builds its Action objects from the actions text at the start of a run, runs them one
-// after another with their delays and blocking rules, and reports the end of a run through the
-// feed program when it has a launch mode.
+// A scene reads its launch text itself; its Action objects are built from the actions text by
+// ActionListParser at the start of a run (or of a crontab tick) after the text changed. It runs
+// them one after another with their delays and blocking rules, reports the end of a run through
+// the feed program when it has a launch mode, and replays timed actions on the crontab tick.
 //
 // Ownership: scenes are always held by std::shared_ptr (the registry holds one owner). The
 // scene owns its actions through shared pointers; an action refers back to its scene weakly, and
@@ -71,7 +72,7 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   void parseLaunch();
   // Destroys every action.
   void clearActions();
-  // Rebuilds the actions from the actions text.
+  // Rebuilds the actions from the actions text (ActionListParser).
   void parseActions();
   // A new JSON object describing the scene for replies; the caller owns it. `nowMs` is the
   // current time in milliseconds since the epoch (a past one-time timer launch is left out).
@@ -132,7 +133,6 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   // Counts `action` finished and starts its blocked successor; the report to send when this
   // ended a run that reports.
   std::optional<RunReport> finishAction(Action* action, bool report);
-  void addActionsOf(size_t position, json_object* element);
   void rebuildActionsIfDirty();
   void startActionsFrom(Action* first);
   Action* successorOf(const Action& action) const;
