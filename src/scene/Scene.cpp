@@ -57,6 +57,16 @@ void Scene::onAlarm() {
   execute();
 }
 
+bool Scene::isAlarmEnabled() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return isEnabled();
+}
+
+bool Scene::hasUsableAlarm() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return isEnabled() && isValid();
+}
+
 std::string Scene::name() const {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   return name_;

@@ -12,13 +12,17 @@
 // the timer thread holds an owner of the action and of its scene while the action's handler runs,
 // so a scene stopped, re-run or dropped meanwhile is never freed under it.
 //
-// Threading: the recursive `mutex_` guards every field of the scene but the id, the AlarmObject
-// part included. It is taken by the operations below on the RPC worker threads and by the action
-// callbacks on the timer thread. Nothing slow runs under it: the action handlers, the crontab
-// replay's handlers and the feed command are decided under the lock and run after it is
-// released, so a handler that takes minutes holds up neither requests nor the timer thread on
-// this scene. The id is atomic: the manager reads it for every scene it passes while looking one
-// up.
+// Threading: the recursive `mutex_` guards every field of the scene but the id, and the
+// AlarmObject part: the scene reads and writes its alarm only under it, and others ask about the
+// alarm through isAlarmEnabled() and hasUsableAlarm(), which take it. AlarmObject's own accessors
+// are hidden from the scene's users for that reason: the manager asks under its own lock, which
+// the crontab replay does not hold. Only the alarm manager would reach the alarm part without
+// the scene's lock, through AlarmObject; the daemon never hands it a scene. The lock is taken by
+// the operations below on the RPC worker threads and by the action callbacks on the timer thread.
+// Nothing slow runs under it: the action handlers, the crontab replay's handlers and the feed
+// command are decided under the lock and run after it is released, so a handler that takes minutes
+// holds up neither requests nor the timer thread on this scene. The id is atomic: the manager reads
+// it for every scene it passes while looking one up.
 #ifndef ZORVIK_SCENE_SCENE_H_
 #define ZORVIK_SCENE_SCENE_H_
 
@@ -55,6 +59,10 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   bool clearAlarm() override;
   // Logs "Scene alarm event trigger" and runs the scene.
   void onAlarm() override;
+  // The alarm's switch; and whether the alarm is switched on and holds a valid one-time or weekly
+  // alarm. Asking re-reads an alarm text that changed.
+  bool isAlarmEnabled();
+  bool hasUsableAlarm();
 
   int32_t id() const { return id_.load(std::memory_order_relaxed); }
   void setId(int32_t id) { id_.store(id, std::memory_order_relaxed); }
@@ -112,6 +120,19 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   static int32_t shiftTime(const std::string& time, int32_t delayMs, std::string& shifted);
 
  private:
+  // Read only under mutex_ (see the threading note above).
+  using AlarmObject::alarmText;
+  using AlarmObject::getFirstAlarm;
+  using AlarmObject::getNextAlarm;
+  using AlarmObject::isEnabled;
+  using AlarmObject::isOnce;
+  using AlarmObject::isPeriod;
+  using AlarmObject::isValid;
+  using AlarmObject::repeat;
+  using AlarmObject::setAlarmText;
+  using AlarmObject::time;
+  using AlarmObject::utcTime;
+
   // The end of a run that still has to be reported to the feed program.
   struct RunReport {
     std::string feedCommand;

@@ -50,9 +50,6 @@ std::string sceneListReply(const std::vector<std::shared_ptr<Scene>>& scenes) {
   return replyWith(kSuccess, "scene_list", list);
 }
 
-// Enabled and holding a valid one-time or weekly alarm. Asking re-reads a changed alarm text.
-bool hasUsableAlarm(Scene& scene) { return scene.isEnabled() && scene.isValid(); }
-
 void stopIfRunning(Scene& scene) {
   if (scene.isProcessing()) scene.stop();
 }
@@ -103,7 +100,7 @@ std::optional<int32_t> SceneManager::chooseId(int32_t requested) {
 void SceneManager::refreshAlarm(Scene& scene) {
   if (!ntpReady_.load()) return;
   // Only the re-read matters here: nothing schedules the alarm from this answer.
-  hasUsableAlarm(scene);
+  scene.hasUsableAlarm();
 }
 
 std::string SceneManager::addScene(int32_t id, const std::string& name, const std::string& actions,
@@ -244,7 +241,7 @@ std::string SceneManager::recordSceneByCrontab() {
   std::string states;
   for (const std::shared_ptr<Scene>& scene : scenes_) {
     if (!states.empty()) states += '|';
-    states += std::to_string(scene->id()) + ":" + (scene->isEnabled() ? "1" : "0");
+    states += std::to_string(scene->id()) + ":" + (scene->isAlarmEnabled() ? "1" : "0");
   }
   const std::string record = kRecordPrefix + states + kRecordSuffix;
   ZLOG(kLogInfo) << "record: " << record;
@@ -293,7 +290,7 @@ void SceneManager::addExistingAlarms() {
   // weekly starts arrive through the crontab tick instead.
   std::vector<std::shared_ptr<Scene>> alarmScenes;
   for (const std::shared_ptr<Scene>& scene : scenes_) {
-    if (hasUsableAlarm(*scene)) alarmScenes.push_back(scene);
+    if (scene->hasUsableAlarm()) alarmScenes.push_back(scene);
   }
   ntpReady_.store(true);
 }
