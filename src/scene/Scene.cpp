@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <limits>
 
 #include "action/Action.h"
 #include "scene/ActionListParser.h"
@@ -30,6 +31,11 @@ bool containsDay(const std::vector<int32_t>& days, int32_t day) {
 }
 
 int64_t currentTimeMs() { return static_cast<int64_t>(time(nullptr)) * 1000; }
+
+// Instants before and after every alarm's: toJson() then shows a one-time timer launch, or
+// leaves it out.
+constexpr int64_t kBeforeEveryAlarm = std::numeric_limits<int64_t>::min();
+constexpr int64_t kAfterEveryAlarm = std::numeric_limits<int64_t>::max();
 
 }  // namespace
 
@@ -67,6 +73,12 @@ bool Scene::hasUsableAlarm() {
   return isEnabled() && isValid();
 }
 
+void Scene::setId(int32_t id) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  id_.store(id, std::memory_order_relaxed);
+  replyForms_.reset();
+}
+
 std::string Scene::name() const {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   return name_;
@@ -75,6 +87,7 @@ std::string Scene::name() const {
 void Scene::setName(std::string name) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   name_ = std::move(name);
+  replyForms_.reset();
 }
 
 std::string Scene::actionsJson() const {
@@ -86,6 +99,7 @@ void Scene::setActionsJson(std::string actionsJson) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   actionsJson_ = std::move(actionsJson);
   actionsDirty_ = true;
+  replyForms_.reset();
 }
 
 std::string Scene::launchJson() const {
@@ -107,6 +121,7 @@ std::optional<HomeLaunch> Scene::homeLaunch() const {
 
 void Scene::parseLaunch() {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
+  replyForms_.reset();
   homeLaunch_.reset();
   setAlarmText("");
   if (launchJson_.empty()) return;
@@ -147,8 +162,6 @@ void Scene::parseActions() {
   actionsDirty_ = false;
 }
 
-json_object* Scene::toJson() { return toJson(currentTimeMs()); }
-
 json_object* Scene::toJson(int64_t nowMs) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   json_object* object = json_object_new_object();
@@ -162,11 +175,30 @@ json_object* Scene::toJson(int64_t nowMs) {
 
   if (!launchJson_.empty()) {
     Json::Document launch = Json::parse(launchJson_);
-    const int64_t fireTime = utcTime();
-    const bool pastOnce = fireTime > 0 && fireTime < nowMs;
-    if (launch && !pastOnce) json_object_object_add(object, "launch", launch.release());
+    const bool gone = isLaunchGoneAt(nowMs);
+    if (launch && !gone) json_object_object_add(object, "launch", launch.release());
   }
   return object;
+}
+
+bool Scene::isLaunchGoneAt(int64_t nowMs) {
+  if (launchJson_.empty()) return false;
+  const int64_t fireTime = utcTime();
+  return fireTime > 0 && fireTime < nowMs;
+}
+
+std::string Scene::replyText() { return replyText(currentTimeMs()); }
+
+std::string Scene::replyText(int64_t nowMs) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (!replyForms_) {
+    ReplyForms forms;
+    forms.launchShown = Json::takeText(toJson(kBeforeEveryAlarm));
+    if (isLaunchGoneAt(kAfterEveryAlarm))
+      forms.launchGone = Json::takeText(toJson(kAfterEveryAlarm));
+    replyForms_ = std::move(forms);
+  }
+  return isLaunchGoneAt(nowMs) ? replyForms_->launchGone : replyForms_->launchShown;
 }
 
 uint32_t Scene::execute() {

@@ -65,7 +65,7 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   bool hasUsableAlarm();
 
   int32_t id() const { return id_.load(std::memory_order_relaxed); }
-  void setId(int32_t id) { id_.store(id, std::memory_order_relaxed); }
+  void setId(int32_t id);
   std::string name() const;
   void setName(std::string name);
   std::string actionsJson() const;
@@ -84,8 +84,11 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   void parseActions();
   // A new JSON object describing the scene for replies; the caller owns it. `nowMs` is the
   // current time in milliseconds since the epoch (a past one-time timer launch is left out).
-  json_object* toJson();
   json_object* toJson(int64_t nowMs);
+  // The text of toJson() in json-c's layout, as replies carry it. It is kept from one reply to
+  // the next until a text of the scene changes, so that look-ups do not parse the texts again.
+  std::string replyText();
+  std::string replyText(int64_t nowMs);
 
   // Starts a run: 0, 3 (no valid action) or 3505 (already running).
   uint32_t execute();
@@ -138,6 +141,11 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
     std::string feedCommand;
     uint64_t run;  // runNumber_ of the run that ended
   };
+  // The scene's reply texts, built on the first reply after a change of its texts.
+  struct ReplyForms {
+    std::string launchShown;
+    std::string launchGone;  // for a one-time timer launch whose instant may pass; else empty
+  };
   // One action the crontab tick replays, with its log line.
   struct Replay {
     std::shared_ptr<Action> action;
@@ -155,6 +163,9 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   // ended a run that reports.
   std::optional<RunReport> finishAction(Action* action, bool report);
   void rebuildActionsIfDirty();
+  // True when the launch is a one-time timer whose instant lies before `nowMs`: replies leave it
+  // out.
+  bool isLaunchGoneAt(int64_t nowMs);
   void startActionsFrom(Action* first);
   Action* successorOf(const Action& action) const;
   bool isWeeklyTurn(const Action& action, int32_t week, const std::string& time);
@@ -172,6 +183,8 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   uint32_t finishedCount_ = 0;              // guarded by mutex_
   uint64_t runNumber_ = 0;                  // guarded by mutex_; counts the runs started
   Action* successorToStart_ = nullptr;      // guarded by mutex_; see startActionsFrom
+  std::optional<ReplyForms> replyForms_;    // guarded by mutex_; dropped by every change of the
+                                            // id, the name or a text
 };
 
 }  // namespace zorvik

@@ -1,6 +1,8 @@
 // SceneManager: the command operations over the registry of scenes and the store.
 #include "scene/SceneManager.h"
 
+#include <json-c/printbuf.h>
+
 #include <algorithm>
 #include <cctype>
 #include <thread>
@@ -44,9 +46,29 @@ std::string replyWith(int code, const char* key, json_object* value) {
   return Json::takeText(object);
 }
 
+int writeSerialisedText(json_object* value, printbuf* out, int, int) {
+  const auto* text = static_cast<const std::string*>(json_object_get_userdata(value));
+  return printbuf_memappend(out, text->data(), static_cast<int>(text->size()));
+}
+
+void deleteSerialisedText(json_object*, void* text) { delete static_cast<std::string*>(text); }
+
+// A value that json-c writes out as `text`, a JSON text it serialised before (a scene's reply
+// form): the reply around it is still laid out by json-c, byte for byte as if the value had been
+// built again.
+json_object* serialisedValue(std::string text) {
+  json_object* value = json_object_new_object();
+  json_object_set_serializer(value, writeSerialisedText, new std::string(std::move(text)),
+                             deleteSerialisedText);
+  return value;
+}
+
+json_object* replyValueOf(Scene& scene) { return serialisedValue(scene.replyText()); }
+
 std::string sceneListReply(const std::vector<std::shared_ptr<Scene>>& scenes) {
   json_object* list = json_object_new_array();
-  for (const std::shared_ptr<Scene>& scene : scenes) json_object_array_add(list, scene->toJson());
+  for (const std::shared_ptr<Scene>& scene : scenes)
+    json_object_array_add(list, replyValueOf(*scene));
   return replyWith(kSuccess, "scene_list", list);
 }
 
@@ -125,7 +147,7 @@ std::string SceneManager::getSingleScene(int32_t id) {
   const std::shared_ptr<Scene> scene = findScene(id);
   // An unknown id is not an error: the reply just has no scene.
   if (!scene) return reply(kSuccess);
-  return replyWith(kSuccess, "scene", scene->toJson());
+  return replyWith(kSuccess, "scene", replyValueOf(*scene));
 }
 
 std::string SceneManager::getMultipleScene(int32_t startId, int32_t endId) {
