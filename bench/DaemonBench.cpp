@@ -194,8 +194,7 @@ void DaemonBench::fillStore(int scenes) const {
 }
 
 DaemonBench::Memory DaemonBench::memoryOf(const DaemonProcess& process) {
-  return {kibToMib(process.residentKiB()), kibToMib(process.privateDirtyKiB()),
-          kibToMib(process.anonymousKiB())};
+  return {kibToMib(process.residentKiB()), kibToMib(process.privateDirtyKiB())};
 }
 
 void DaemonBench::addMemoryRows(const std::string& when, const Memory& daemon,
@@ -203,7 +202,6 @@ void DaemonBench::addMemoryRows(const std::string& when, const Memory& daemon,
   table_.add({"resident memory" + when, daemon.resident, empty.resident, "MiB", kEmpty});
   table_.add(
       {"private dirty memory" + when, daemon.privateDirty, empty.privateDirty, "MiB", kEmpty});
-  table_.add({"anonymous memory" + when, daemon.anonymous, empty.anonymous, "MiB", kEmpty});
 }
 
 double DaemonBench::startEmptyServer() {
@@ -409,10 +407,10 @@ void DaemonBench::addMethodNotes(ResultTable& table) {
       "select() timeout, fails and sleeps one second, as the timer thread is specified to "
       "do, and every timer due meanwhile fires late.");
   table.note(
-      "Private dirty and anonymous memory come from /proc/PID/smaps_rollup: the pages the "
-      "process wrote itself, and its anonymous pages (heap, stacks). The resident size also "
-      "counts the shared libraries' pages, which on a desktop (Thrift built with OpenSSL) say "
-      "little about the router.");
+      "Private dirty memory is Private_Dirty of /proc/PID/smaps_rollup: the pages the process "
+      "wrote itself (heap, stacks, the libraries' written data; here the same as its "
+      "anonymous pages). The resident size also counts the shared libraries' pages, which on "
+      "a desktop (Thrift built with OpenSSL) say little about the router.");
   table.note(
       "Idle wake-ups count the context switches of all threads over 10 s after the "
       "load, with no timer pending.");

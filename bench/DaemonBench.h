@@ -1,6 +1,6 @@
 // DaemonBench: every benchmark figure of the daemon, each measured beside its baseline in the
-// same run and added to a ResultTable: start-up time and memory (resident, private dirty and
-// anonymous) against an empty server on the same Thrift stack, request throughput and latency
+// same run and added to a ResultTable: start-up time and memory (resident and private dirty)
+// against an empty server on the same Thrift stack, request throughput and latency
 // against that server, storing a scene against bare SQLite, resident memory after a mixed load,
 // idle wake-ups, timer lateness against a condition-variable loop, and the stripped binary against
 // the empty server's.
@@ -50,7 +50,6 @@ class DaemonBench {
   struct Memory {
     double resident;
     double privateDirty;
-    double anonymous;
   };
   // A pid no process has; a DaemonProcess of it reads as gone.
   static constexpr pid_t kNoProcess = -1;

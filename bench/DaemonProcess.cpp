@@ -72,10 +72,6 @@ long DaemonProcess::privateDirtyKiB() const {
   return numberField(procFile(pid_, "smaps_rollup"), "Private_Dirty");
 }
 
-long DaemonProcess::anonymousKiB() const {
-  return numberField(procFile(pid_, "smaps_rollup"), "Anonymous");
-}
-
 long DaemonProcess::contextSwitches() const {
   std::error_code error;
   long switches = 0;

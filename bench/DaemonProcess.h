@@ -23,12 +23,11 @@ class DaemonProcess {
   pid_t pid() const { return pid_; }
   // VmRSS in KiB; -1 when the process is gone.
   long residentKiB() const;
-  // The process's own memory in KiB, from /proc/PID/smaps_rollup: the pages only it has written
-  // (Private_Dirty) and its anonymous pages (Anonymous). Unlike the resident size they leave out
-  // the shared libraries' code, which a desktop's libraries inflate far beyond a router's. -1
-  // when the process is gone.
+  // The process's own memory in KiB: the pages only it has written (Private_Dirty of
+  // /proc/PID/smaps_rollup: heap, stacks, the libraries' written data). Unlike the resident size
+  // it leaves out the shared libraries' code, which a desktop's libraries inflate far beyond a
+  // router's. -1 when the process is gone.
   long privateDirtyKiB() const;
-  long anonymousKiB() const;
   // Voluntary and involuntary context switches of all its threads together (each switch in of
   // an idle thread is a wake-up); -1 when it is gone.
   long contextSwitches() const;
