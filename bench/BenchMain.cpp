@@ -9,11 +9,15 @@
 // network namespace; the empty server runs there too.
 //
 // Usage: zorvik_bench --sandbox FOLDER --log-socket PATH [--output FILE] [--command TEXT]
-// (FOLDER: the sandbox's folder; PATH: its /dev/log as the host reaches it.)
+//                     [--only GROUP,...]
+// (FOLDER: the sandbox's folder; PATH: its /dev/log as the host reaches it; GROUP: startup,
+// requests, storing, mixed, idle, timers or size, to measure only those figures.)
 #include <signal.h>
 
 #include <fstream>
 #include <iostream>
+#include <set>
+#include <sstream>
 #include <string>
 
 #include "DaemonBench.h"
@@ -25,16 +29,27 @@ int main(int argc, char** argv) {
   std::string logSocket;
   std::string output;
   std::string command = "make bench";
+  std::string only;
   for (int i = 1; i + 1 < argc; i += 2) {
     const std::string option = argv[i];
     if (option == "--sandbox") folder = argv[i + 1];
     if (option == "--log-socket") logSocket = argv[i + 1];
     if (option == "--output") output = argv[i + 1];
     if (option == "--command") command = argv[i + 1];
+    if (option == "--only") only = argv[i + 1];
+  }
+  std::set<std::string> groups;
+  std::istringstream onlyList(only);
+  for (std::string group; std::getline(onlyList, group, ',');) {
+    if (zorvik::DaemonBench::groups().count(group) == 0) {
+      std::cerr << "zorvik_bench: unknown group " << group << std::endl;
+      return 2;
+    }
+    groups.insert(group);
   }
   if (folder.empty() || logSocket.empty()) {
     std::cerr << "usage: zorvik_bench --sandbox FOLDER --log-socket PATH [--output FILE] "
-                 "[--command TEXT] (run by scripts/bench.sh)"
+                 "[--command TEXT] [--only GROUP,...] (run by scripts/bench.sh)"
               << std::endl;
     return 2;
   }
@@ -44,7 +59,7 @@ int main(int argc, char** argv) {
   const zorvik::SandboxControl sandbox(folder);
   zorvik::ResultTable table;
   zorvik::DaemonBench bench(sandbox, logSocket, table);
-  bench.run();
+  bench.run(groups);
   zorvik::DaemonBench::addMethodNotes(table);
   if (bench.failures() != 0) {
     table.note(std::to_string(bench.failures()) + " calls failed during the run.");

@@ -1,8 +1,9 @@
 // DaemonBench: every benchmark figure of the daemon, each measured beside its baseline in the
-// same run and added to a ResultTable: start-up time and resident memory against an empty
-// server on the same Thrift stack, request throughput and latency against that server, storing
-// a scene against bare SQLite, resident memory after a mixed load, idle wake-ups, timer lateness
-// against a condition-variable loop, and the stripped binary against the empty server's.
+// same run and added to a ResultTable: start-up time and memory (resident and private dirty)
+// against an empty server on the same Thrift stack, request throughput and latency
+// against that server, storing a scene against bare SQLite, resident memory after a mixed load,
+// idle wake-ups, timer lateness against a condition-variable loop, and the stripped binary against
+// the empty server's.
 //
 // Runs inside the sandbox's network namespace, where the daemon's 127.0.0.1 is its own.
 // Ownership: borrows the sandbox and the table; owns the empty server process it starts and a
@@ -15,6 +16,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <set>
 #include <string>
 
 #include "DaemonProcess.h"
@@ -32,8 +34,11 @@ class DaemonBench {
   DaemonBench(const DaemonBench&) = delete;
   DaemonBench& operator=(const DaemonBench&) = delete;
 
-  // Runs every measurement; the empty server is stopped at the end.
-  void run();
+  // The names of the groups of figures run() can measure.
+  static const std::set<std::string>& groups();
+  // Runs the measurements of `only` (every group when empty); the empty server is stopped at the
+  // end.
+  void run(const std::set<std::string>& only = {});
   // Calls that failed, and servers that never answered.
   uint64_t failures() const { return failures_; }
   // Adds the notes that say how the figures were taken.
@@ -41,6 +46,11 @@ class DaemonBench {
 
  private:
   using Clock = std::chrono::steady_clock;
+  // A server's memory in MiB, as /proc tells it.
+  struct Memory {
+    double resident;
+    double privateDirty;
+  };
   // A pid no process has; a DaemonProcess of it reads as gone.
   static constexpr pid_t kNoProcess = -1;
 
@@ -51,6 +61,9 @@ class DaemonBench {
   // reads as gone.
   DaemonProcess findDaemon();
   void fillStore(int scenes) const;
+  static Memory memoryOf(const DaemonProcess& process);
+  // The rows of the daemon's memory beside the empty server's; `when` ends the figure's name.
+  void addMemoryRows(const std::string& when, const Memory& daemon, const Memory& empty);
   double startEmptyServer();
   void stopEmptyServer();
   void measureStartup();
@@ -72,7 +85,7 @@ class DaemonBench {
   const std::string scratch_;         // bare SQLite's files and stripped copies
   DaemonProcess daemon_{kNoProcess};  // the instance that serves the request loads, once found
   pid_t emptyServer_ = kNoProcess;
-  long emptyIdleKiB_ = 0;
+  Memory emptyIdle_{};
   uint64_t failures_ = 0;
 };
 

@@ -28,8 +28,8 @@ std::string firstLineOf(const std::string& path) {
   return line;
 }
 
-// The value of one "Key:\tvalue" line of a status file (/proc/<pid>/status, or a thread's
-// /proc/<pid>/task/<tid>/status); empty when absent.
+// The value of one "Key:\tvalue" line of a status file (/proc/<pid>/status, a thread's
+// /proc/<pid>/task/<tid>/status, or /proc/<pid>/smaps_rollup); empty when absent.
 std::string statusField(const std::string& statusFile, const std::string& key) {
   std::ifstream in(statusFile);
   std::string line;
@@ -67,6 +67,10 @@ std::optional<DaemonProcess> DaemonProcess::find() {
 }
 
 long DaemonProcess::residentKiB() const { return numberField(procFile(pid_, "status"), "VmRSS"); }
+
+long DaemonProcess::privateDirtyKiB() const {
+  return numberField(procFile(pid_, "smaps_rollup"), "Private_Dirty");
+}
 
 long DaemonProcess::contextSwitches() const {
   std::error_code error;

@@ -14,9 +14,10 @@ const char kCreate[] =
     "CREATE TABLE IF NOT EXISTS smart_task_table_v2 (ID INTEGER PRIMARY KEY, NAME VARCHAR(256), "
     "ACTIONLIST VARCHAR(10240), LAUNCH VARCHAR(128), RESERVED1 VARCHAR(128), RESERVED2 "
     "VARCHAR(128));";
+// Every commit waits until journal and database are on the disk, as the daemon pins it.
+const char kSynchronousFull[] = "PRAGMA synchronous=FULL";
 const char kInsert[] =
     "INSERT INTO smart_task_table_v2 (ID, NAME, ACTIONLIST, LAUNCH) VALUES(?, ?, ?, ?)";
-const char kBaselineFile[] = "/bare.db";
 
 // Every third scene starts when a device comes home, every third is weekly, the rest only run
 // on request: the registry then holds each kind of launch.
@@ -28,10 +29,10 @@ const char* const kLaunches[] = {
 constexpr int kLaunchKinds = 3;
 
 sqlite3* openStore(const std::string& path) {
-  std::remove(path.c_str());
   sqlite3* db = nullptr;
   if (sqlite3_open(path.c_str(), &db) != SQLITE_OK ||
-      sqlite3_exec(db, kCreate, nullptr, nullptr, nullptr) != SQLITE_OK) {
+      sqlite3_exec(db, kCreate, nullptr, nullptr, nullptr) != SQLITE_OK ||
+      sqlite3_exec(db, kSynchronousFull, nullptr, nullptr, nullptr) != SQLITE_OK) {
     sqlite3_close(db);
     throw std::runtime_error("cannot create the scene store " + path);
   }
@@ -69,6 +70,7 @@ SceneDatabase::SceneTexts SceneDatabase::textsOf(int id) {
 }
 
 void SceneDatabase::build(const std::string& path, int count) {
+  std::remove(path.c_str());
   sqlite3* db = openStore(path);
   sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
   for (int id = 1; id <= count; ++id) insert(db, id);
@@ -76,10 +78,10 @@ void SceneDatabase::build(const std::string& path, int count) {
   sqlite3_close(db);
 }
 
-Samples SceneDatabase::timeSingleInserts(const std::string& folder, int count) {
-  sqlite3* db = openStore(folder + kBaselineFile);
+Samples SceneDatabase::timeSingleInserts(const std::string& path, int firstId, int count) {
+  sqlite3* db = openStore(path);
   Samples micros;
-  for (int id = 1; id <= count; ++id) {
+  for (int id = firstId; id < firstId + count; ++id) {
     const auto start = std::chrono::steady_clock::now();
     insert(db, id);
     micros.add(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start)

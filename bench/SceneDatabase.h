@@ -23,10 +23,10 @@ class SceneDatabase {
 
   // Writes a fresh store file at `path` holding scenes 1..count (one transaction).
   static void build(const std::string& path, int count);
-  // Stores `count` scenes one at a time as the daemon does (its statement, default journal
-  // settings, one implicit transaction per scene) into a fresh file in `folder`; the time of
-  // each, in microseconds.
-  static Samples timeSingleInserts(const std::string& folder, int count);
+  // Stores scenes firstId, firstId + 1, ... (`count` of them) one at a time into the store file
+  // at `path` as the daemon does (its statement, default journal settings, one implicit
+  // transaction per scene); the time of each, in microseconds.
+  static Samples timeSingleInserts(const std::string& path, int firstId, int count);
 };
 
 }  // namespace zorvik

@@ -3,7 +3,8 @@
 # beside its baseline, printed and written to bench/RESULTS.md. The daemon runs unmodified in
 # the end-to-end tests' sandbox (tests/e2e/sandbox.sh: private namespaces, /etc/zorvik, /tmp and
 # 127.0.0.1), and the benchmark in the sandbox's network; this needs root. Takes about two
-# minutes after the build.
+# minutes after the build. BENCH_ONLY=GROUP,... (startup, requests, storing, mixed, idle, timers,
+# size) measures only those figures and prints them without touching bench/RESULTS.md.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -28,6 +29,11 @@ while [ ! -e "$state/ready" ]; do
   sleep 0.1
 done
 # The benchmark reaches the sandbox's /dev/log through the root of its mount namespace.
+if [ -n "${BENCH_ONLY:-}" ]; then
+  nsenter -t $sandbox -n -- "$build/bench/zorvik_bench" --sandbox "$state" \
+    --log-socket "/proc/$sandbox/root/dev/log" --only "$BENCH_ONLY"
+  exit
+fi
 nsenter -t $sandbox -n -- "$build/bench/zorvik_bench" --sandbox "$state" \
   --log-socket "/proc/$sandbox/root/dev/log" --output bench/RESULTS.md --command "make bench"
 echo "written to bench/RESULTS.md"

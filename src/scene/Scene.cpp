@@ -1,12 +1,14 @@
-// Scene: parses a scene's launch and action texts, runs its actions and replays the crontab tick.
+// Scene: reads a scene's launch text, runs its actions and replays the crontab tick.
 #include "scene/Scene.h"
 
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <limits>
 
 #include "action/Action.h"
+#include "scene/ActionListParser.h"
 #include "server/Json.h"
 #include "server/Log.h"
 #include "server/ResultCode.h"
@@ -21,24 +23,6 @@ constexpr int kStatusMessageType = 5;
 constexpr int32_t kMsPerMinute = 60000;
 constexpr int64_t kCrontabWindowMs = kMsPerMinute;
 
-// How the special action types expand into router actions. A pair (second != nullptr) creates
-// a second, non-blocking action that runs "duration" milliseconds after the first finished.
-struct SpecialType {
-  const char* type;
-  const char* thirdParty;
-  const char* firstCommand;
-  const char* secondCommand;  // nullptr: one action only
-  bool needsExtra;
-  bool firstBlocks;
-};
-
-constexpr SpecialType kSpecialTypes[] = {
-    {"normal_wan_forbidden", "brelkrouter_group", "wan_block", "wan_unblock", true, true},
-    {"normal_wifi_down", "brelkrouter_group", "wifi_down", "wifi_up", true, true},
-    {"normal_shutdown", "brelkrouter_shutdown", "", nullptr, true, true},
-    {"normal_reboot", "brelkrouter_reboot", "", nullptr, false, false},
-};
-
 bool containsDay(const std::vector<int32_t>& days, int32_t day) {
   for (int32_t d : days) {
     if (d == day) return true;
@@ -47,6 +31,11 @@ bool containsDay(const std::vector<int32_t>& days, int32_t day) {
 }
 
 int64_t currentTimeMs() { return static_cast<int64_t>(time(nullptr)) * 1000; }
+
+// Instants before and after every alarm's: toJson() then shows a one-time timer launch, or
+// leaves it out.
+constexpr int64_t kBeforeEveryAlarm = std::numeric_limits<int64_t>::min();
+constexpr int64_t kAfterEveryAlarm = std::numeric_limits<int64_t>::max();
 
 }  // namespace
 
@@ -74,6 +63,22 @@ void Scene::onAlarm() {
   execute();
 }
 
+bool Scene::isAlarmEnabled() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return isEnabled();
+}
+
+bool Scene::hasUsableAlarm() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return isEnabled() && isValid();
+}
+
+void Scene::setId(int32_t id) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  id_.store(id, std::memory_order_relaxed);
+  replyForms_.reset();
+}
+
 std::string Scene::name() const {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   return name_;
@@ -82,6 +87,7 @@ std::string Scene::name() const {
 void Scene::setName(std::string name) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   name_ = std::move(name);
+  replyForms_.reset();
 }
 
 std::string Scene::actionsJson() const {
@@ -93,6 +99,7 @@ void Scene::setActionsJson(std::string actionsJson) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   actionsJson_ = std::move(actionsJson);
   actionsDirty_ = true;
+  replyForms_.reset();
 }
 
 std::string Scene::launchJson() const {
@@ -114,6 +121,7 @@ std::optional<HomeLaunch> Scene::homeLaunch() const {
 
 void Scene::parseLaunch() {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
+  replyForms_.reset();
   homeLaunch_.reset();
   setAlarmText("");
   if (launchJson_.empty()) return;
@@ -150,83 +158,9 @@ void Scene::clearActions() {
 
 void Scene::parseActions() {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  const Json::Document document = Json::parse(actionsJson_);
-  json_object* root = document.get();
-  if (root == nullptr) {
-    ZLOG(kLogError) << "Scene actions not json format";
-  } else if (!json_object_is_type(root, json_type_array)) {
-    ZLOG(kLogError) << "Scene actions not json array";
-  } else if (json_object_array_length(root) == 0) {
-    ZLOG(kLogInfo) << "Scene actions length is 0";
-  } else {
-    const size_t length = json_object_array_length(root);
-    for (size_t i = 0; i < length; ++i) addActionsOf(i, json_object_array_get_idx(root, i));
-  }
+  actions_ = ActionListParser::parse(actionsJson_, weak_from_this());
   actionsDirty_ = false;
 }
-
-void Scene::addActionsOf(size_t position, json_object* element) {
-  if (element == nullptr) {
-    ZLOG(kLogError) << "Scene actions[" << position << "] is null";
-    return;
-  }
-  json_object* thirdPartyValue = Json::member(element, "thirdParty");
-  json_object* typeValue = Json::member(element, "type");
-  if (thirdPartyValue == nullptr || typeValue == nullptr) {
-    ZLOG(kLogError) << "Scene actions[" << position << "] thirdParty or type is null";
-    return;
-  }
-  const std::string thirdParty = Json::text(thirdPartyValue);
-  const std::string type = Json::text(typeValue);
-  if (thirdParty.empty() || type.empty()) {
-    ZLOG(kLogError) << "Scene actions[" << position << "] thirdParty or type is empty";
-    return;
-  }
-  const std::string name = Json::memberText(element, "name");
-  const std::string keyName = Json::memberText(element, "keyName");
-  const std::string payload = Json::memberText(element, "payload");
-  json_object* delayValue = Json::member(element, "delay");
-  const int32_t delay = delayValue == nullptr ? 0 : json_object_get_int(delayValue);
-  json_object* blockValue = Json::member(element, "block");
-  const bool block = blockValue == nullptr || json_object_get_boolean(blockValue);
-
-  auto append = [&](const std::string& actionThirdParty, int32_t actionDelay, bool actionBlock,
-                    const std::string& extra, const std::string& command) {
-    actions_.push_back(std::make_shared<Action>(
-        weak_from_this(), static_cast<uint32_t>(actions_.size()), actionThirdParty, type, name,
-        keyName, payload, actionDelay, actionBlock, extra, command));
-  };
-
-  const SpecialType* special = findWord(kSpecialTypes, &SpecialType::type, type);
-  if (special == nullptr) {
-    append(thirdParty, delay, block, "", "");
-    return;
-  }
-  std::string extra;
-  int32_t duration = 0;
-  if (special->needsExtra) {
-    json_object* extraValue = Json::member(element, "extra");
-    if (extraValue == nullptr) {
-      ZLOG(kLogError) << "Scene actions[" << position << "] special type extra is null";
-      return;
-    }
-    if (special->secondCommand != nullptr) {
-      json_object* durationValue = Json::member(extraValue, "duration");
-      if (durationValue == nullptr) {
-        ZLOG(kLogError) << "Scene actions[" << position << "] special type extra duration is null";
-        return;
-      }
-      duration = json_object_get_int(durationValue);
-    }
-    extra = Json::text(extraValue);
-  }
-  append(special->thirdParty, delay, special->firstBlocks, extra, special->firstCommand);
-  if (special->secondCommand != nullptr) {
-    append(special->thirdParty, duration, false, extra, special->secondCommand);
-  }
-}
-
-json_object* Scene::toJson() { return toJson(currentTimeMs()); }
 
 json_object* Scene::toJson(int64_t nowMs) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
@@ -241,11 +175,30 @@ json_object* Scene::toJson(int64_t nowMs) {
 
   if (!launchJson_.empty()) {
     Json::Document launch = Json::parse(launchJson_);
-    const int64_t fireTime = utcTime();
-    const bool pastOnce = fireTime > 0 && fireTime < nowMs;
-    if (launch && !pastOnce) json_object_object_add(object, "launch", launch.release());
+    const bool gone = isLaunchGoneAt(nowMs);
+    if (launch && !gone) json_object_object_add(object, "launch", launch.release());
   }
   return object;
+}
+
+bool Scene::isLaunchGoneAt(int64_t nowMs) {
+  if (launchJson_.empty()) return false;
+  const int64_t fireTime = utcTime();
+  return fireTime > 0 && fireTime < nowMs;
+}
+
+std::string Scene::replyText() { return replyText(currentTimeMs()); }
+
+std::string Scene::replyText(int64_t nowMs) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (!replyForms_) {
+    ReplyForms forms;
+    forms.launchShown = Json::takeText(toJson(kBeforeEveryAlarm));
+    if (isLaunchGoneAt(kAfterEveryAlarm))
+      forms.launchGone = Json::takeText(toJson(kAfterEveryAlarm));
+    replyForms_ = std::move(forms);
+  }
+  return isLaunchGoneAt(nowMs) ? replyForms_->launchGone : replyForms_->launchShown;
 }
 
 uint32_t Scene::execute() {

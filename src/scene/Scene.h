@@ -2,22 +2,27 @@
 // text) and an optional launch mode (JSON object text) that says what else starts it: a device
 // coming home, a device leaving, or a timer (kept in the AlarmObject part).
 //
-// A scene builds its Action objects from the actions text at the start of a run, runs them one
-// after another with their delays and blocking rules, and reports the end of a run through the
-// feed program when it has a launch mode.
+// A scene reads its launch text itself; its Action objects are built from the actions text by
+// ActionListParser at the start of a run (or of a crontab tick) after the text changed. It runs
+// them one after another with their delays and blocking rules, reports the end of a run through
+// the feed program when it has a launch mode, and replays timed actions on the crontab tick.
 //
 // Ownership: scenes are always held by std::shared_ptr (the registry holds one owner). The
 // scene owns its actions through shared pointers; an action refers back to its scene weakly, and
 // the timer thread holds an owner of the action and of its scene while the action's handler runs,
 // so a scene stopped, re-run or dropped meanwhile is never freed under it.
 //
-// Threading: the recursive `mutex_` guards every field of the scene but the id, the AlarmObject
-// part included. It is taken by the operations below on the RPC worker threads and by the action
-// callbacks on the timer thread. Nothing slow runs under it: the action handlers, the crontab
-// replay's handlers and the feed command are decided under the lock and run after it is
-// released, so a handler that takes minutes holds up neither requests nor the timer thread on
-// this scene. The id is atomic: the manager reads it for every scene it passes while looking one
-// up.
+// Threading: the recursive `mutex_` guards every field of the scene but the id, and the
+// AlarmObject part: the scene reads and writes its alarm only under it, and others ask about the
+// alarm through isAlarmEnabled() and hasUsableAlarm(), which take it. AlarmObject's own accessors
+// are hidden from the scene's users for that reason: the manager asks under its own lock, which
+// the crontab replay does not hold. Only the alarm manager would reach the alarm part without
+// the scene's lock, through AlarmObject; the daemon never hands it a scene. The lock is taken by
+// the operations below on the RPC worker threads and by the action callbacks on the timer thread.
+// Nothing slow runs under it: the action handlers, the crontab replay's handlers and the feed
+// command are decided under the lock and run after it is released, so a handler that takes minutes
+// holds up neither requests nor the timer thread on this scene. The id is atomic: the manager reads
+// it for every scene it passes while looking one up.
 #ifndef ZORVIK_SCENE_SCENE_H_
 #define ZORVIK_SCENE_SCENE_H_
 
@@ -54,9 +59,13 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   bool clearAlarm() override;
   // Logs "Scene alarm event trigger" and runs the scene.
   void onAlarm() override;
+  // The alarm's switch; and whether the alarm is switched on and holds a valid one-time or weekly
+  // alarm. Asking re-reads an alarm text that changed.
+  bool isAlarmEnabled();
+  bool hasUsableAlarm();
 
   int32_t id() const { return id_.load(std::memory_order_relaxed); }
-  void setId(int32_t id) { id_.store(id, std::memory_order_relaxed); }
+  void setId(int32_t id);
   std::string name() const;
   void setName(std::string name);
   std::string actionsJson() const;
@@ -71,12 +80,15 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   void parseLaunch();
   // Destroys every action.
   void clearActions();
-  // Rebuilds the actions from the actions text.
+  // Rebuilds the actions from the actions text (ActionListParser).
   void parseActions();
   // A new JSON object describing the scene for replies; the caller owns it. `nowMs` is the
   // current time in milliseconds since the epoch (a past one-time timer launch is left out).
-  json_object* toJson();
   json_object* toJson(int64_t nowMs);
+  // The text of toJson() in json-c's layout, as replies carry it. It is kept from one reply to
+  // the next until a text of the scene changes, so that look-ups do not parse the texts again.
+  std::string replyText();
+  std::string replyText(int64_t nowMs);
 
   // Starts a run: 0, 3 (no valid action) or 3505 (already running).
   uint32_t execute();
@@ -111,10 +123,28 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   static int32_t shiftTime(const std::string& time, int32_t delayMs, std::string& shifted);
 
  private:
+  // Read only under mutex_ (see the threading note above).
+  using AlarmObject::alarmText;
+  using AlarmObject::getFirstAlarm;
+  using AlarmObject::getNextAlarm;
+  using AlarmObject::isEnabled;
+  using AlarmObject::isOnce;
+  using AlarmObject::isPeriod;
+  using AlarmObject::isValid;
+  using AlarmObject::repeat;
+  using AlarmObject::setAlarmText;
+  using AlarmObject::time;
+  using AlarmObject::utcTime;
+
   // The end of a run that still has to be reported to the feed program.
   struct RunReport {
     std::string feedCommand;
     uint64_t run;  // runNumber_ of the run that ended
+  };
+  // The scene's reply texts, built on the first reply after a change of its texts.
+  struct ReplyForms {
+    std::string launchShown;
+    std::string launchGone;  // for a one-time timer launch whose instant may pass; else empty
   };
   // One action the crontab tick replays, with its log line.
   struct Replay {
@@ -132,8 +162,10 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   // Counts `action` finished and starts its blocked successor; the report to send when this
   // ended a run that reports.
   std::optional<RunReport> finishAction(Action* action, bool report);
-  void addActionsOf(size_t position, json_object* element);
   void rebuildActionsIfDirty();
+  // True when the launch is a one-time timer whose instant lies before `nowMs`: replies leave it
+  // out.
+  bool isLaunchGoneAt(int64_t nowMs);
   void startActionsFrom(Action* first);
   Action* successorOf(const Action& action) const;
   bool isWeeklyTurn(const Action& action, int32_t week, const std::string& time);
@@ -151,6 +183,8 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   uint32_t finishedCount_ = 0;              // guarded by mutex_
   uint64_t runNumber_ = 0;                  // guarded by mutex_; counts the runs started
   Action* successorToStart_ = nullptr;      // guarded by mutex_; see startActionsFrom
+  std::optional<ReplyForms> replyForms_;    // guarded by mutex_; dropped by every change of the
+                                            // id, the name or a text
 };
 
 }  // namespace zorvik

@@ -1,6 +1,8 @@
 // SceneManager: the command operations over the registry of scenes and the store.
 #include "scene/SceneManager.h"
 
+#include <json-c/printbuf.h>
+
 #include <algorithm>
 #include <cctype>
 #include <thread>
@@ -44,14 +46,31 @@ std::string replyWith(int code, const char* key, json_object* value) {
   return Json::takeText(object);
 }
 
-std::string sceneListReply(const std::vector<std::shared_ptr<Scene>>& scenes) {
-  json_object* list = json_object_new_array();
-  for (const std::shared_ptr<Scene>& scene : scenes) json_object_array_add(list, scene->toJson());
-  return replyWith(kSuccess, "scene_list", list);
+int writeSerialisedText(json_object* value, printbuf* out, int, int) {
+  const auto* text = static_cast<const std::string*>(json_object_get_userdata(value));
+  return printbuf_memappend(out, text->data(), static_cast<int>(text->size()));
 }
 
-// Enabled and holding a valid one-time or weekly alarm. Asking re-reads a changed alarm text.
-bool hasUsableAlarm(Scene& scene) { return scene.isEnabled() && scene.isValid(); }
+void deleteSerialisedText(json_object*, void* text) { delete static_cast<std::string*>(text); }
+
+// A value that json-c writes out as `text`, a JSON text it serialised before (a scene's reply
+// form): the reply around it is still laid out by json-c, byte for byte as if the value had been
+// built again.
+json_object* serialisedValue(std::string text) {
+  json_object* value = json_object_new_object();
+  json_object_set_serializer(value, writeSerialisedText, new std::string(std::move(text)),
+                             deleteSerialisedText);
+  return value;
+}
+
+json_object* replyValueOf(Scene& scene) { return serialisedValue(scene.replyText()); }
+
+std::string sceneListReply(const std::vector<std::shared_ptr<Scene>>& scenes) {
+  json_object* list = json_object_new_array();
+  for (const std::shared_ptr<Scene>& scene : scenes)
+    json_object_array_add(list, replyValueOf(*scene));
+  return replyWith(kSuccess, "scene_list", list);
+}
 
 void stopIfRunning(Scene& scene) {
   if (scene.isProcessing()) scene.stop();
@@ -103,7 +122,7 @@ std::optional<int32_t> SceneManager::chooseId(int32_t requested) {
 void SceneManager::refreshAlarm(Scene& scene) {
   if (!ntpReady_.load()) return;
   // Only the re-read matters here: nothing schedules the alarm from this answer.
-  hasUsableAlarm(scene);
+  scene.hasUsableAlarm();
 }
 
 std::string SceneManager::addScene(int32_t id, const std::string& name, const std::string& actions,
@@ -128,7 +147,7 @@ std::string SceneManager::getSingleScene(int32_t id) {
   const std::shared_ptr<Scene> scene = findScene(id);
   // An unknown id is not an error: the reply just has no scene.
   if (!scene) return reply(kSuccess);
-  return replyWith(kSuccess, "scene", scene->toJson());
+  return replyWith(kSuccess, "scene", replyValueOf(*scene));
 }
 
 std::string SceneManager::getMultipleScene(int32_t startId, int32_t endId) {
@@ -244,7 +263,7 @@ std::string SceneManager::recordSceneByCrontab() {
   std::string states;
   for (const std::shared_ptr<Scene>& scene : scenes_) {
     if (!states.empty()) states += '|';
-    states += std::to_string(scene->id()) + ":" + (scene->isEnabled() ? "1" : "0");
+    states += std::to_string(scene->id()) + ":" + (scene->isAlarmEnabled() ? "1" : "0");
   }
   const std::string record = kRecordPrefix + states + kRecordSuffix;
   ZLOG(kLogInfo) << "record: " << record;
@@ -293,7 +312,7 @@ void SceneManager::addExistingAlarms() {
   // weekly starts arrive through the crontab tick instead.
   std::vector<std::shared_ptr<Scene>> alarmScenes;
   for (const std::shared_ptr<Scene>& scene : scenes_) {
-    if (hasUsableAlarm(*scene)) alarmScenes.push_back(scene);
+    if (scene->hasUsableAlarm()) alarmScenes.push_back(scene);
   }
   ntpReady_.store(true);
 }

@@ -1,8 +1,8 @@
 // Fuzzes a scene built from hostile texts. Input lines: the actions JSON; the launch JSON; the
 // name; a presence event ("1" or "0" for connected, then the MAC); a crontab tick (the weekday, a
-// blank, the time); now in seconds. The scene answers its reply JSON and status message (one shell
-// word to the feed program), reacts to presence and tick (which runs actions on this thread, so
-// not for a TV) and is stopped again.
+// blank, the time); now in seconds. The scene answers its reply JSON (kept and built anew alike)
+// and status message (one shell word to the feed program), reacts to presence and tick (which
+// runs actions on this thread, so not for a TV) and is stopped again.
 #include <wordexp.h>
 
 #include <memory>
@@ -21,7 +21,9 @@ const char kFeedProgram[] = "/usr/sbin/vantpost";
 constexpr int64_t kLargestSeconds = 1LL << 40;
 
 void checkReplies(Scene& scene, int64_t nowSeconds) {
-  Env::requireObject(Json::takeText(scene.toJson(nowSeconds * 1000)));
+  const std::string reply = Json::takeText(scene.toJson(nowSeconds * 1000));
+  Env::requireObject(reply);
+  Env::require(scene.replyText(nowSeconds * 1000) == reply);  // the kept text reads as built anew
   const std::string message = scene.buildStatusMessage();
   Env::requireObject(message);
   // The shell's own word splitting, with command substitution refused.

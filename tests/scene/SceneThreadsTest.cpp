@@ -251,8 +251,9 @@ TEST_F(SceneManagerThreadsTest, AlarmsAreReadOnlyOnceTheClockIsTrustedAndNeverSt
 }
 
 // Three callers at once through the tunnel, each adding, changing, starting, stopping and
-// removing scenes of its own while presence events start everybody's: each gets its own replies,
-// and in the end the registry and the store agree row by row.
+// removing scenes of its own while presence events start everybody's and crontab ticks read
+// their alarms: each gets its own replies, and in the end the registry and the store agree row
+// by row.
 TEST_F(SceneManagerThreadsTest, ConcurrentCallersKeepRegistryAndStoreInStep) {
   startTimerThreadOnce();
   const std::string rest =
@@ -276,6 +277,13 @@ TEST_F(SceneManagerThreadsTest, ConcurrentCallersKeepRegistryAndStoreInStep) {
   };
   std::vector<std::thread> callers;
   for (int t = 0; t < 3; ++t) callers.emplace_back(caller, t);
+  // Meanwhile crontab ticks and status records read every scene's alarm.
+  callers.emplace_back([&] {
+    for (int i = 0; i < 30; ++i) manager.startSceneByCrontab(1, "07:30");
+  });
+  callers.emplace_back([&] {
+    for (int i = 0; i < 30; ++i) manager.recordSceneByCrontab();
+  });
   for (std::thread& thread : callers) thread.join();
   for (int id = 1; id <= 90; ++id) manager.stopScene(id);
   EXPECT_EQ(manager.getScenesCount(), R"({ "code": 0, "msg": "", "count": 60 })");
