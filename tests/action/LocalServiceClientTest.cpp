@@ -11,13 +11,7 @@
 namespace zorvik {
 namespace {
 
-template <typename ServiceIf, typename ServiceProcessor>
-struct Service {
-  using If = ServiceIf;
-  using Processor = ServiceProcessor;
-};
-
-template <typename Traits>
+template <typename ServiceIf, typename Processor>
 void checkReplies(const std::string& name, bool (*send)(const std::string&, int)) {
   // The service's reply, the payload, whether the call succeeds, the error line it logs.
   const std::tuple<const char*, std::string, bool, std::string> rows[] = {
@@ -31,7 +25,7 @@ void checkReplies(const std::string& name, bool (*send)(const std::string&, int)
   };
   for (const auto& [reply, payload, ok, logged] : rows) {
     LogCapture log;
-    ScriptedService<Traits> service(reply);
+    ScriptedService<ServiceIf, Processor> service(reply);
     EXPECT_EQ(send(payload, service.port()), ok) << name << reply;
     EXPECT_EQ(service.received(), std::vector<std::string>{payload});
     EXPECT_EQ(log.messages(), logged.empty() ? std::vector<std::string>{} : std::vector{logged});
@@ -42,10 +36,9 @@ void checkReplies(const std::string& name, bool (*send)(const std::string&, int)
 }
 
 TEST(LocalServiceClientTest, OnlyAReplyWithCodeZeroIsSuccess) {
-  checkReplies<Service<HalvexServIf, HalvexServProcessor>>("Halvex",
-                                                           LocalServiceClient::sendToHalvex);
-  checkReplies<Service<kelmora::KelmoraIf, kelmora::KelmoraProcessor>>(
-      "Kelmora", LocalServiceClient::sendToKelmora);
+  checkReplies<HalvexServIf, HalvexServProcessor>("Halvex", LocalServiceClient::sendToHalvex);
+  checkReplies<kelmora::KelmoraIf, kelmora::KelmoraProcessor>("Kelmora",
+                                                              LocalServiceClient::sendToKelmora);
 }
 
 }  // namespace

@@ -89,7 +89,7 @@ TEST(TevraHelperTest, CommandsSendTheirLinesAndWakeTheTvWhenNeeded) {
     int wakes = 0, aliveChecks = 0;
     std::vector<std::string> commands, logged;  // what is to be sent and logged
     for (char letter : letters) commands.push_back(lines.at(letter));
-    shell.setOutputFunction("", [&](const std::string& line) -> std::optional<std::string> {
+    shell.setOutput("", [&](const std::string& line) -> std::optional<std::string> {
       if (aliveFrom < 0) return std::nullopt;
       if (isWake(line) && ++wakes == arpAfterWakes) dir.write("arp", kArp + kTv);
       const bool answers = line == lines.at('A') && aliveFrom > 0 && ++aliveChecks >= aliveFrom;
@@ -104,7 +104,7 @@ TEST(TevraHelperTest, CommandsSendTheirLinesAndWakeTheTvWhenNeeded) {
       const char* level = line.text.find("]brelk") == std::string::npos ? "INFO" : "ERROR";
       EXPECT_EQ(line.text.find(std::string("[ZORVIK ") + level + " TevraHelper.cpp:"), 0u);
     }
-    const std::vector<RecordedCommand> sent = shell.commands();
+    const std::vector<ShellRecorder::Command> sent = shell.commands();
     for (size_t i = 1; i < sent.size(); ++i) {  // each wake-up is followed by the pause
       if (isWake(sent[i - 1].line)) {
         EXPECT_GE(sent[i].at - sent[i - 1].at, pause);

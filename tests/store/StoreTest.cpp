@@ -1,4 +1,5 @@
-// What only the store shows (folder, failures, NULL cells, default scenes, configuration files).
+// What only the store shows (folder, failures, NULL cells, default scenes, syncing, configuration
+// files).
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -80,8 +81,9 @@ TEST(StoreTest, OpensOrStaysClosed) {
     fs::create_directories((dir.path() / made).parent_path());
     if (!made.empty() && made.back() != '/') dir.write(made, std::string(4096, 'Z'));
     const bool opens = failure.empty();
-    shell.setOutput("/usr/sbin/nvram",
-                    opens ? std::optional<std::string>("R1C\nx\n") : std::nullopt);
+    shell.setOutput("/usr/sbin/nvram", [opens](auto&) {
+      return opens ? std::optional<std::string>("R1C\nx\n") : std::nullopt;
+    });
     const std::string before = TempDir::read(database);
     LogCapture capture;
     DataManager store(folder, dir.file("factory.conf"));
@@ -99,6 +101,7 @@ TEST(StoreTest, OpensOrStaysClosed) {
 // A lock held elsewhere refuses writes until released, a file replaced behind the store's back for
 // good. NULL cells read as empty text; changing or removing a missing row succeeds, reading fails.
 TEST(StoreTest, OtherWritersOfTheFile) {
+  ShellRecorder shell;
   TempDir dir;
   DataManager store(dir.file("store/"), dir.file("factory.conf"));
   const std::string database = store.databasePath();
@@ -165,7 +168,7 @@ TEST(StoreTest, SeedsTheFactoryScenesOncePerVersion) {
     SCOPED_TRACE(&c - cases);
     TempDir dir;
     if (c.factoryFile) dir.write("factory.conf", *c.factoryFile);
-    shell.setOutput("/usr/sbin/nvram", c.model);
+    shell.setOutput("/usr/sbin/nvram", [&c](auto&) { return c.model; });
     DataManager store(dir.file("store/"), dir.file("factory.conf"));
     if (c.before) c.before(store);
     LogCapture capture;
@@ -174,6 +177,28 @@ TEST(StoreTest, SeedsTheFactoryScenesOncePerVersion) {
     EXPECT_EQ(rowsOf(store.getScenes()), c.rows);
     EXPECT_EQ(TempDir::read(store.localConfigPath()), "V1 = true\n");
   }
+}
+
+// The store syncs fully, so that an answered change survives a power cut, whatever the library's
+// build default: an extension setting OFF on every connection as it opens plays another one.
+sqlite3* opened = nullptr;  // the store's connection
+int openWithSynchronousOff(sqlite3* db, const char**, const sqlite3_api_routines*) {
+  opened = db;
+  return sqlite3_exec(db, "PRAGMA synchronous=OFF", nullptr, nullptr, nullptr);
+}
+
+TEST(StoreTest, ConnectionSyncsFully) {
+  ShellRecorder shell;
+  TempDir dir;
+  const auto entry = reinterpret_cast<void (*)()>(openWithSynchronousOff);
+  sqlite3_auto_extension(entry);
+  DataManager store(dir.file("store/"), dir.file("factory.conf"));
+  sqlite3_cancel_auto_extension(entry);
+  sqlite3_stmt* query = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(opened, "PRAGMA synchronous", -1, &query, nullptr), SQLITE_OK);
+  ASSERT_EQ(sqlite3_step(query), SQLITE_ROW);
+  EXPECT_EQ(sqlite3_column_int(query, 0), 2);  // FULL
+  sqlite3_finalize(query);
 }
 
 // Entries: lines with "=" not beginning with "//" or "Config", split at the first "=", trimmed, the

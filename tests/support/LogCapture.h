@@ -3,8 +3,6 @@
 #ifndef ZORVIK_TESTS_SUPPORT_LOGCAPTURE_H_
 #define ZORVIK_TESTS_SUPPORT_LOGCAPTURE_H_
 
-#include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -24,7 +22,6 @@ class LogCapture {
       : previous_(setLogSink([this](int priority, const std::string& text) {
           std::lock_guard<std::mutex> lock(mutex_);
           lines_.push_back({priority, text});
-          logged_.notify_all();
         })) {}
   ~LogCapture() { setLogSink(std::move(previous_)); }
 
@@ -42,24 +39,6 @@ class LogCapture {
     for (const CapturedLine& line : lines()) result.push_back(messageOf(line.text));
     return result;
   }
-  // How many messages contain `needle`.
-  int count(const std::string& needle) const {
-    int n = 0;
-    for (const std::string& message : messages()) n += message.find(needle) != std::string::npos;
-    return n;
-  }
-  bool contains(const std::string& needle) const { return count(needle) > 0; }
-  // Waits until some message contains `needle`; false after `timeout`.
-  bool waitFor(const std::string& needle,
-               std::chrono::milliseconds timeout = std::chrono::seconds(10)) const {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return logged_.wait_for(lock, timeout, [&] {
-      for (const CapturedLine& line : lines_) {
-        if (messageOf(line.text).find(needle) != std::string::npos) return true;
-      }
-      return false;
-    });
-  }
   // The text after the "]" of the line's prefix, without the line feed.
   static std::string messageOf(const std::string& line) {
     const size_t start = line.find(']') + 1;
@@ -68,8 +47,7 @@ class LogCapture {
 
  private:
   mutable std::mutex mutex_;
-  mutable std::condition_variable logged_;  // signalled under mutex_ for every new line
-  std::vector<CapturedLine> lines_;         // guarded by mutex_
+  std::vector<CapturedLine> lines_;  // guarded by mutex_
   LogSink previous_;
 };
 
