@@ -19,19 +19,15 @@ const std::string kTv =
 
 TEST(TevraHelperTest, ArpTableGivesTheAddressOfAMacInAnyLetterCase) {
   TempDir dir;
-  const std::string arp = dir.write("arp", kArp + kTv + "10.0.0.7 0x1 0x2 a.b(c*d 0 x\n");
-  for (const char* mac : {"AA:BB:CC:DD:EE:FF", "aA:bB:cc:DD:ee:ff"}) {
-    EXPECT_EQ(TevraHelper::ipFromArpTable(arp, mac), "192.168.31.23") << mac;
-  }
-  // The MAC goes into the pattern as given, lower-cased: pattern characters keep their meaning
-  // (an empty MAC matches the first device), and a pattern that does not compile, or that
-  // captures more than the address, finds nothing.
-  const std::pair<const char*, const char*> rows[] = {
-      {"11:22:33:44:55:66", "192.168.31.5"}, {"AA:BB:CC:DD:EE:F.", "192.168.31.23"},
-      {"(?:aa:bb:cc:dd:ee:ff)", "192.168.31.23"}, {"", "192.168.31.5"},
-      {".*", "192.168.31.5"}, {"A.B\\(C\\*D", "10.0.0.7"}, {"A.B(C*D", ""},
-      {"(aa:bb:cc:dd:ee:ff)", ""}, {"\\E.*", ""}, {")|(.*", ""}, {"[", ""},
-      {"aa:bb:cc:dd:ee:00", ""}, {"HW address", ""}};
+  const std::string arp = dir.write("arp", kArp + kTv);
+  // The MAC goes into the pattern as given, lower-cased: pattern characters keep their meaning,
+  // and a pattern that does not compile, or that captures more than the address, finds nothing.
+  const std::pair<const char*, const char*> rows[] = {{"aA:bB:cc:DD:ee:ff", "192.168.31.23"},
+                                                      {"11:22:33:44:55:66", "192.168.31.5"},
+                                                      {"AA:BB:CC:DD:EE:F.", "192.168.31.23"},
+                                                      {"(aa:bb:cc:dd:ee:ff)", ""},
+                                                      {"[", ""},
+                                                      {"aa:bb:cc:dd:ee:00", ""}};
   for (const auto& [mac, address] : rows) {
     EXPECT_EQ(TevraHelper::ipFromArpTable(arp, mac), address) << mac;
   }

@@ -133,8 +133,9 @@ TEST(TimerThreadWakeTest, TimerAddedAsThePassGoesToSleepWakesIt) {
   std::vector<std::string> messages;
   std::promise<void> fired;
   const LogSink previous = setLogSink([&](int, const std::string& text) {
-    messages.push_back(LogCapture::messageOf(text));  // the sink is called one line at a time
-    if (messages.size() == 3)  // "before select, timeval is NULL"
+    // One line at a time; the third is "before select, timeval is NULL".
+    messages.push_back(LogCapture::messageOf(text));
+    if (messages.size() == 3)
       std::async(std::launch::async, [&] { manager->addTimer(0, probe.get()); }).wait();
     if (messages.back() == "fire woken") fired.set_value();
   });
@@ -142,10 +143,10 @@ TEST(TimerThreadWakeTest, TimerAddedAsThePassGoesToSleepWakesIt) {
   const auto woken = fired.get_future().wait_for(std::chrono::seconds(10));
   setLogSink(previous);
   ASSERT_EQ(woken, std::future_status::ready);
-  EXPECT_EQ(std::vector<std::string>(messages.begin(), messages.begin() + 4),
-            (std::vector<std::string>{"run thread to process timer event ... ",
-                                      "process next event ...", "before select, timeval is NULL",
-                                      "select right event coming"}));
+  messages.resize(4);
+  EXPECT_EQ(messages, (std::vector<std::string>{
+                          "run thread to process timer event ... ", "process next event ...",
+                          "before select, timeval is NULL", "select right event coming"}));
 }
 
 void useZone(const char* zone) {
