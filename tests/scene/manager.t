@@ -122,7 +122,6 @@ I SceneManager.cpp Waiting for ntp status ok, times: 1 duration: 5
 @file ntp.status unsynchronised\nOK
 @start
 E SceneManager.cpp ===========> upper buffer: UNSYNCHRONISED
-I SceneManager.cpp Waiting for ntp status ok, times: 1 duration: 5
 @restart
 @file ntp.status ntp ok\nsecond line
 @start
