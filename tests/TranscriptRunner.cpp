@@ -186,13 +186,11 @@ class Transcript {
       fail(step_, "no further command after this step", run[commandNext_]);
   }
 
-  // The lines logged since the step as a transcript writes them: "I ZorvikTunnel.cpp message".
   std::vector<std::string> loggedSinceStep() const {
-    static const std::regex prefix(R"(^\[ZORVIK (\w)\w* ([^:]*):\d+\]([^\n]*)\n$)");
     const std::vector<CapturedLine> all = log().lines();
     std::vector<std::string> result;
     for (auto line = all.begin() + logStart_; line < all.end(); ++line)
-      result.push_back(std::regex_replace(line->text, prefix, "$1 $2 $3"));
+      result.push_back(LogCapture::shortOf(line->text));
     return result;
   }
 

@@ -4,6 +4,7 @@
 #define ZORVIK_TESTS_SUPPORT_LOGCAPTURE_H_
 
 #include <mutex>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,11 @@ class LogCapture {
     std::vector<std::string> result;
     for (const CapturedLine& line : lines()) result.push_back(messageOf(line.text));
     return result;
+  }
+  // A line as the transcripts write it: "I Module.cpp message" (the level's first letter).
+  static std::string shortOf(const std::string& line) {
+    static const std::regex prefix(R"(^\[ZORVIK (\w)\w* ([^:]*):\d+\]([^\n]*)\n$)");
+    return std::regex_replace(line, prefix, "$1 $2 $3");
   }
   // The text after the "]" of the line's prefix, without the line feed.
   static std::string messageOf(const std::string& line) {
