@@ -187,11 +187,8 @@ class Transcript {
   }
 
   std::vector<std::string> loggedSinceStep() const {
-    const std::vector<CapturedLine> all = log().lines();
-    std::vector<std::string> result;
-    for (auto line = all.begin() + logStart_; line < all.end(); ++line)
-      result.push_back(LogCapture::shortOf(line->text));
-    return result;
+    const std::vector<std::string> all = log().entries();
+    return std::vector<std::string>(all.begin() + logStart_, all.end());
   }
 
   bool matches(const std::string& expected, const std::string& actual) const {

@@ -4,7 +4,6 @@
 // "/usr/sbin/pellway 6 '<base64 of its payload>'".
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <syslog.h>
 
 #include <future>
 #include <thread>
@@ -196,15 +195,13 @@ TEST_F(SceneManagerThreadsTest, WaitLoopPausesFiveSecondsTwentyTimesThenTwenty) 
   Lines expectedLog;
   for (int times = 1; times <= 23; ++times) {
     expectedPauses.push_back(milliseconds(times <= 20 ? 5000 : 20000));
-    expectedLog.push_back("Waiting for ntp status ok, times: " + std::to_string(times) +
-                          " duration: " + (times <= 20 ? "5" : "20"));
+    expectedLog.push_back("I SceneManager.cpp Waiting for ntp status ok, times: " +
+                          std::to_string(times) + " duration: " + (times <= 20 ? "5" : "20"));
   }
-  expectedLog.push_back("Ntp status ok, now add existing alarm");
+  expectedLog.push_back("I SceneManager.cpp Ntp status ok, now add existing alarm");
   Lines logged;  // the manager's info lines; the timer thread may log meanwhile
-  for (const CapturedLine& line : log.lines()) {
-    if (line.priority == LOG_INFO && line.text.find(" SceneManager.cpp:") != line.text.npos)
-      logged.push_back(LogCapture::messageOf(line.text));
-  }
+  for (const std::string& entry : log.entries())
+    if (entry.rfind("I SceneManager.cpp ", 0) == 0) logged.push_back(entry);
   EXPECT_EQ(pauses, expectedPauses);
   EXPECT_EQ(logged, expectedLog);
   EXPECT_TRUE(manager.ntpReady());

@@ -34,8 +34,7 @@ bool exec(const std::string& path, const std::string& sql, std::function<void()>
 // Each captured line as "L File.cpp message", `dir` written "~".
 Lines logged(const LogCapture& capture, const TempDir& dir) {
   Lines lines;
-  for (const CapturedLine& line : capture.lines()) {
-    std::string text = LogCapture::shortOf(line.text);
+  for (std::string text : capture.entries()) {
     const size_t at = text.find(dir.path().native());
     lines.push_back(at == std::string::npos ? text
                                             : text.replace(at, dir.path().native().size(), "~"));

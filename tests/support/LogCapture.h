@@ -34,21 +34,15 @@ class LogCapture {
     std::lock_guard<std::mutex> lock(mutex_);
     lines_.clear();
   }
-  // The message parts of the lines, in order.
-  std::vector<std::string> messages() const {
+  // The lines as the transcripts write them: "I Module.cpp message" (the level's first letter).
+  std::vector<std::string> entries() const {
     std::vector<std::string> result;
-    for (const CapturedLine& line : lines()) result.push_back(messageOf(line.text));
+    for (const CapturedLine& line : lines()) result.push_back(shortOf(line.text));
     return result;
   }
-  // A line as the transcripts write it: "I Module.cpp message" (the level's first letter).
   static std::string shortOf(const std::string& line) {
     static const std::regex prefix(R"(^\[ZORVIK (\w)\w* ([^:]*):\d+\]([^\n]*)\n$)");
     return std::regex_replace(line, prefix, "$1 $2 $3");
-  }
-  // The text after the "]" of the line's prefix, without the line feed.
-  static std::string messageOf(const std::string& line) {
-    const size_t start = line.find(']') + 1;
-    return line.substr(start, line.size() - start - (!line.empty() && line.back() == '\n'));
   }
 
  private:

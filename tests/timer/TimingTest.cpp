@@ -134,10 +134,10 @@ TEST(TimerThreadWakeTest, TimerAddedAsThePassGoesToSleepWakesIt) {
   std::promise<void> fired;
   const LogSink previous = setLogSink([&](int, const std::string& text) {
     // One line at a time; the third is "before select, timeval is NULL".
-    messages.push_back(LogCapture::messageOf(text));
+    messages.push_back(LogCapture::shortOf(text));
     if (messages.size() == 3)
       std::async(std::launch::async, [&] { manager->addTimer(0, probe.get()); }).wait();
-    if (messages.back() == "fire woken") fired.set_value();
+    if (messages.back() == "I TimingTest.cpp fire woken") fired.set_value();
   });
   std::thread(&TimerEventManager::run, manager).detach();
   const auto woken = fired.get_future().wait_for(std::chrono::seconds(10));
@@ -145,8 +145,10 @@ TEST(TimerThreadWakeTest, TimerAddedAsThePassGoesToSleepWakesIt) {
   ASSERT_EQ(woken, std::future_status::ready);
   messages.resize(4);
   EXPECT_EQ(messages, (std::vector<std::string>{
-                          "run thread to process timer event ... ", "process next event ...",
-                          "before select, timeval is NULL", "select right event coming"}));
+                          "I TimerEventManager.cpp run thread to process timer event ... ",
+                          "I TimerEventManager.cpp process next event ...",
+                          "I TimerEventManager.cpp before select, timeval is NULL",
+                          "I TimerEventManager.cpp select right event coming"}));
 }
 
 void useZone(const char* zone) {
