@@ -186,6 +186,7 @@ class Transcript {
       fail(step_, "no further command after this step", run[commandNext_]);
   }
 
+  // The lines logged since the step, as "I ZorvikTunnel.cpp message".
   std::vector<std::string> loggedSinceStep() const {
     const std::vector<std::string> all = log().entries();
     return std::vector<std::string>(all.begin() + logStart_, all.end());
