@@ -38,7 +38,7 @@
 #include "support/LogCapture.h"
 #include "support/ShellRecorder.h"
 #include "support/TempDir.h"
-#include "support/TimerThread.h"
+#include "timer/TimerEventManager.h"
 
 namespace zorvik {
 namespace {
@@ -80,7 +80,7 @@ class Transcript {
     for (std::string text; std::getline(in, text); ++number)
       if (text.find_first_not_of(" #") == 0) lines.push_back({number, text});
     shell(), log();  // recording before the store runs its first command
-    startTimerThreadOnce();
+    TimerEventManager::startThread();
     open();
     auto is = [&](size_t i, const char* kinds) {
       return i < lines.size() && std::strchr(kinds, lines[i].kind()) != nullptr;
@@ -186,17 +186,10 @@ class Transcript {
       fail(step_, "no further command after this step", run[commandNext_]);
   }
 
-  // The lines logged since the step as a transcript writes them: "I ZorvikTunnel.cpp message".
+  // The lines logged since the step, as "I ZorvikTunnel.cpp message".
   std::vector<std::string> loggedSinceStep() const {
-    const std::vector<CapturedLine> all = log().lines();
-    std::vector<std::string> result;
-    for (auto line = all.begin() + logStart_; line < all.end(); ++line) {
-      const size_t level = line->text.find(' ') + 1, module = line->text.find(' ', level) + 1;
-      result.push_back(line->text.substr(level, 1) + " " +
-                       line->text.substr(module, line->text.find(':', module) - module) + " " +
-                       LogCapture::messageOf(line->text));
-    }
-    return result;
+    const std::vector<std::string> all = log().entries();
+    return std::vector<std::string>(all.begin() + logStart_, all.end());
   }
 
   bool matches(const std::string& expected, const std::string& actual) const {

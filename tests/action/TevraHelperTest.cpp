@@ -19,19 +19,15 @@ const std::string kTv =
 
 TEST(TevraHelperTest, ArpTableGivesTheAddressOfAMacInAnyLetterCase) {
   TempDir dir;
-  const std::string arp = dir.write("arp", kArp + kTv + "10.0.0.7 0x1 0x2 a.b(c*d 0 x\n");
-  for (const char* mac : {"AA:BB:CC:DD:EE:FF", "aA:bB:cc:DD:ee:ff"}) {
-    EXPECT_EQ(TevraHelper::ipFromArpTable(arp, mac), "192.168.31.23") << mac;
-  }
-  // The MAC goes into the pattern as given, lower-cased: pattern characters keep their meaning
-  // (an empty MAC matches the first device), and a pattern that does not compile, or that
-  // captures more than the address, finds nothing.
-  const std::pair<const char*, const char*> rows[] = {
-      {"11:22:33:44:55:66", "192.168.31.5"}, {"AA:BB:CC:DD:EE:F.", "192.168.31.23"},
-      {"(?:aa:bb:cc:dd:ee:ff)", "192.168.31.23"}, {"", "192.168.31.5"},
-      {".*", "192.168.31.5"}, {"A.B\\(C\\*D", "10.0.0.7"}, {"A.B(C*D", ""},
-      {"(aa:bb:cc:dd:ee:ff)", ""}, {"\\E.*", ""}, {")|(.*", ""}, {"[", ""},
-      {"aa:bb:cc:dd:ee:00", ""}, {"HW address", ""}};
+  const std::string arp = dir.write("arp", kArp + kTv);
+  // The MAC goes into the pattern as given, lower-cased: pattern characters keep their meaning,
+  // and a pattern that does not compile, or that captures more than the address, finds nothing.
+  const std::pair<const char*, const char*> rows[] = {{"aA:bB:cc:DD:ee:ff", "192.168.31.23"},
+                                                      {"11:22:33:44:55:66", "192.168.31.5"},
+                                                      {"AA:BB:CC:DD:EE:F.", "192.168.31.23"},
+                                                      {"(aa:bb:cc:dd:ee:ff)", ""},
+                                                      {"[", ""},
+                                                      {"aa:bb:cc:dd:ee:00", ""}};
   for (const auto& [mac, address] : rows) {
     EXPECT_EQ(TevraHelper::ipFromArpTable(arp, mac), address) << mac;
   }
@@ -47,7 +43,6 @@ TEST(TevraHelperTest, CommandsSendTheirLinesAndWakeTheTvWhenNeeded) {
   const std::map<char, std::string> lines = {
       // the command lines of the rows, a letter each
       {'W', "/usr/sbin/pellway 6 'eyJjb21tYW5kIjoid29sIiwibWFjIjoiQUE6QkI6Q0M6REQ6RUU6RkYifQ'"},
-      {'H', "/usr/sbin/pellway 6 'eyJjb21tYW5kIjoid29sIiwibWFjIjoieCc7IHRvdWNoIC90bXAvZjsgJyJ9'"},
       {'A', curl + R"(1 "http://192.168.31.23:6095/request?action=isalive")"},
       {'K', curl + R"(3 "http://192.168.31.23:6095/controller?action=keyevent&keycode=power")"},
       {'N', curl + R"(10 "http://192.168.31.23/cgi-bin/powerctrl.cgi?off=0")"},
@@ -55,10 +50,9 @@ TEST(TevraHelperTest, CommandsSendTheirLinesAndWakeTheTvWhenNeeded) {
       {'V', curl + "3  \"http://192.168.31.23:6095/video?action=play&url=a+b%2fc%3fd%3d%c3%a9-._~"
                    "%22%24%60%5c%27&clientname=norvel\""}};
   // Payload; the TV is in the ARP table from the start (0), after so many wake-ups or never (-1);
-  // the alive check answers from its nth call on (0: never; -1: no command starts at all);
-  // the commands sent; the error logged after the commands, after "brelk TevraHelper ".
+  // the alive check answers from its nth call on (0: never); the commands sent; the error logged
+  // after the commands, after "brelk TevraHelper ".
   const std::tuple<std::string, int, int, std::string, std::string> rows[] = {
-      {"not json", 0, 1, "", "extra is not json format"},
       {R"({"command":"poweron"})", 0, 1, "", "mac or command is NULL"},
       {R"({"mac":"AA:BB:CC:DD:EE:FF"})", 0, 1, "", "mac or command is NULL"},
       {tv("keyevent", R"(,"keycode":"power")"), 0, 1, "K", ""},
@@ -67,7 +61,6 @@ TEST(TevraHelperTest, CommandsSendTheirLinesAndWakeTheTvWhenNeeded) {
       {tv("poweron"), 0, 1, "N", ""},
       {tv("poweron"), 2, 1, "WWA", ""},
       {tv("poweroff"), 0, 1, "F", ""},
-      {tv("poweroff"), 0, -1, "F", ""},
       {tv("poweroff"), -1, 1, "", ""},
       {tv("wake"), -1, 1, "WWWWWW", "wol timeout,tevra AA:BB:CC:DD:EE:FF not power on"},
       {tv("wake"), 6, 1, "WWWWWWA", ""},
@@ -75,9 +68,7 @@ TEST(TevraHelperTest, CommandsSendTheirLinesAndWakeTheTvWhenNeeded) {
       {tv("video_playurl", R"(,"url":"x")"), 0, 0, "AWAWAWAWAWAWA",
        "tevra 192.168.31.23 not response"},
       {tv("video_playurl", ",\"url\":\"a b/c?d=\xc3\xa9-._~\\\"$`\\\\'\""), 0, 1, "AV", ""},
-      {tv("video_playurl"), 0, 1, "A", "video_playurl is null"},
-      {R"({"mac":"x'; touch /tmp/f; '","command":"on"})", 0, 1, "HHHHHH",
-       "wol timeout,tevra x'; touch /tmp/f; ' not power on"}};
+      {tv("video_playurl"), 0, 1, "A", "video_playurl is null"}};
   const auto pause = std::chrono::milliseconds(10);
   const auto isWake = [](const std::string& line) { return line.find("pellway") != line.npos; };
   for (const auto& [payload, arpAfterWakes, aliveFrom, letters, error] : rows) {
@@ -89,22 +80,18 @@ TEST(TevraHelperTest, CommandsSendTheirLinesAndWakeTheTvWhenNeeded) {
     int wakes = 0, aliveChecks = 0;
     std::vector<std::string> commands, logged;  // what is to be sent and logged
     for (char letter : letters) commands.push_back(lines.at(letter));
-    shell.setOutputFunction("", [&](const std::string& line) -> std::optional<std::string> {
-      if (aliveFrom < 0) return std::nullopt;
+    shell.setOutput("", [&](const std::string& line) -> std::optional<std::string> {
       if (isWake(line) && ++wakes == arpAfterWakes) dir.write("arp", kArp + kTv);
       const bool answers = line == lines.at('A') && aliveFrom > 0 && ++aliveChecks >= aliveFrom;
-      logged.push_back("system command: " + line + " ,output: " + (answers ? "1" : ""));
+      logged.push_back("I TevraHelper.cpp system command: " + line +
+                       " ,output: " + (answers ? "1" : ""));
       return answers ? "1" : "";
     });
     TevraHelper(payload, arp, pause).process();
     EXPECT_EQ(shell.lines(), commands);
-    if (!error.empty()) logged.push_back("brelk TevraHelper " + error);
-    EXPECT_EQ(log.messages(), logged);
-    for (const CapturedLine& line : log.lines()) {  // the "brelk" lines are the errors
-      const char* level = line.text.find("]brelk") == std::string::npos ? "INFO" : "ERROR";
-      EXPECT_EQ(line.text.find(std::string("[ZORVIK ") + level + " TevraHelper.cpp:"), 0u);
-    }
-    const std::vector<RecordedCommand> sent = shell.commands();
+    if (!error.empty()) logged.push_back("E TevraHelper.cpp brelk TevraHelper " + error);
+    EXPECT_EQ(log.entries(), logged);
+    const std::vector<ShellRecorder::Command> sent = shell.commands();
     for (size_t i = 1; i < sent.size(); ++i) {  // each wake-up is followed by the pause
       if (isWake(sent[i - 1].line)) {
         EXPECT_GE(sent[i].at - sent[i - 1].at, pause);

@@ -3,15 +3,12 @@
 # the actions at once, in order. (Format: tests/TranscriptRunner.cpp.)
 > {"command":"scene_setting","name":"A","launch":{"timer":{"time":"07:30","repeat":"1"}},"action_list":[{"thirdParty":"unknown","type":"t","payload":"a"},{"thirdParty":"Quiro","type":"t","payload":"a"},{"thirdParty":"system","type":"t","payload":"a"},{"thirdParty":"tevra","type":"t","payload":"not json"},{"thirdParty":"tarwen","type":"t","payload":"not json"},{"thirdParty":"quiro","type":"t","payload":{"a":1}},{"thirdParty":"lumdex","type":"t","payload":{"a":1}},{"thirdParty":"quiro","type":"t"},{"thirdParty":"quiro","type":"t","payload":"ab"},{"thirdParty":"quiro","type":"t","payload":"abcd"},{"thirdParty":"quiro","type":"t","payload":"aé"},{"thirdParty":"quiro","type":"t","payload":"   $0D(S!,cG9$#=4TUf$^&ZnW&vz){+*#;_#L+#^.#lo#~z /; /~  ?"}]}
 < { "code": 0, "msg": "", "id": 1 }
-@result 256 /usr/sbin/pellway 6 ''
 > {"command":"scene_start_by_crontab","week":1,"time":"07:30"}
 < { "code": 0, "msg": "" }
 E Action.cpp system vendor no longer support.
 E TevraHelper.cpp brelk TevraHelper extra is not json format
 E TevraHelper.cpp brelk TevraHelper extra is not json format
 I Action.cpp system command: /usr/sbin/pellway 6 'eyAiYSI6IDEgfQ'
-I Action.cpp system command: /usr/sbin/pellway 6 ''
-E Action.cpp system call error
 $ /usr/sbin/pellway 6 'eyAiYSI6IDEgfQ'
 $ /usr/sbin/pellway 6 'eyAiYSI6IDEgfQ'
 $ /usr/sbin/pellway 6 ''

@@ -1,11 +1,20 @@
-# Scenes, their action lists and launch modes survive a restart, and ids go on from there.
-$ zorvikctl '{"command":"scene_setting","name":"Night","action_list":[{"thirdParty":"quiro",
-> "type":"light","delay":5000,"payload":"on"}],"launch":{"go_home":{"mac":"AA:BB:CC:DD:EE:01"}}}'
+# Scenes, their action lists and launch modes survive a restart, and ids go on from there. The
+# daemon is killed while a command it started still runs (the Wi-Fi switch takes 3 s): the new
+# one binds the port all the same.
+ran: /usr/sbin/nvram get model
+$ echo 3 >$STATE/stub/wifi.delay
+$ zorvikctl '{"command":"scene_setting","name":"Night","action_list":[{"thirdParty":"brelkrouter",
+> "type":"router","payload":{"command":"wifi_down"}}],"launch":{"go_home":{"mac":"AA:BB"}}}'
+> zorvikctl start 1
 { "code": 0, "msg": "", "id": 1 }
+{ "code": 0, "msg": "" }
+ran: /usr/sbin/vantpost { "type": 5, "data": { "name": "Night", "list": [ { "name": "", "keyName": "" } ] } }
+ran: /sbin/wifi down
 $ stop zorvik; zorvikctl count; echo "exit $?"; start again; zorvikctl list
 zorvikctl: no zorvik daemon listens on 127.0.0.1:9096 (is it running?)
 exit 3
-{ "code": 0, "msg": "", "scene_list": [ { "id": 1, "name": "Night", "action_list": [ { "thirdParty": "quiro", "type": "light", "delay": 5000, "payload": "on" } ], "launch": { "go_home": { "mac": "AA:BB:CC:DD:EE:01" } } } ] }
+{ "code": 0, "msg": "", "scene_list": [ { "id": 1, "name": "Night", "action_list": [ { "thirdParty": "brelkrouter", "type": "router", "payload": { "command": "wifi_down" } } ], "launch": { "go_home": { "mac": "AA:BB" } } } ] }
+ran: /usr/sbin/nvram get model
 $ zorvikctl '{"command":"scene_setting","name":"Day","action_list":[]}'
 { "code": 0, "msg": "", "id": 2 }
 
@@ -22,3 +31,7 @@ $ for n in 1 2 3 4; do
 >   cp $STATE/listed $STATE/answered; last=k$n
 > done; [ $(wc -l <$STATE/answered) -gt 20 ] && echo "more than 20 answered"
 more than 20 answered
+ran: /usr/sbin/nvram get model
+ran: /usr/sbin/nvram get model
+ran: /usr/sbin/nvram get model
+ran: /usr/sbin/nvram get model

@@ -1,8 +1,8 @@
 // FuzzEnvironment: what the fuzz targets share: a quiet process (log lines go nowhere, shell
-// commands succeed with no output and never run), a scratch folder (RAM-backed where there is one,
-// so that SQLite's syncs cost nothing; removed at exit), the input's lines and the checks.
-// Threading: setUp() first runs before any other thread exists; nothing is ever destroyed, so
-// the timer thread may still log and run commands at exit.
+// commands succeed with no output and never run), a scratch folder (in RAM where there is one, so
+// that SQLite's syncs cost nothing; removed at exit), the input's lines and the checks. setUp()
+// first runs before any other thread exists; nothing is destroyed, as the timer thread may still
+// log and run commands at exit.
 #ifndef ZORVIK_TESTS_FUZZ_FUZZENVIRONMENT_H_
 #define ZORVIK_TESTS_FUZZ_FUZZENVIRONMENT_H_
 
@@ -81,10 +81,8 @@ class FuzzEnvironment {
   // Waits (at most a second) until the process has no more than `count` threads: the leak check
   // after an input must not catch a timed router shutdown's detached thread half-way.
   static void waitForThreads(int count) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-    while (threadCount() > count && std::chrono::steady_clock::now() < deadline) {
+    for (int ms = 0; threadCount() > count && ms < 1000; ++ms)
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
   }
 
  private:

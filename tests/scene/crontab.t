@@ -31,11 +31,11 @@ $ /usr/sbin/pellway 6 'Yg'
 $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "N", "list": [ { "name": "", "keyName": "" } ] } }'
 $ /usr/sbin/pellway 6 'Yw'
 # Numbers at their edges: the largest weekday counts modulo 7; time texts may hold any number.
-> {"command":"scene_setting","name":"E","action_list":[{"thirdParty":"quiro","type":"t","payload":"d","delay":60000}],"launch":{"timer":{"time":"07:30","repeat":"1"}}}
+> {"command":"scene_setting","name":"E","action_list":[{"thirdParty":"quiro","type":"t","payload":"d","delay":60000}],"launch":{"timer":{"time":"19:30","repeat":"1"}}}
 > {"command":"scene_setting","name":"F","action_list":[{"thirdParty":"quiro","type":"t","payload":"e","delay":60000}],"launch":{"timer":{"time":"0:2147483647","repeat":"1"}}}
 > {"command":"scene_setting","name":"G","action_list":[{"thirdParty":"quiro","type":"t","payload":"f","delay":2147483647}],"launch":{"timer":{"time":"2147483647:00","repeat":"1"}}}
 ! E
-> {"command":"scene_start_by_crontab","week":2147483647,"time":"07:31"}
+> {"command":"scene_start_by_crontab","week":2147483647,"time":"19:31"}
 < { "code": 0, "msg": "" }
 $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "E", "list": [ { "name": "", "keyName": "" } ] } }'
 $ /usr/sbin/pellway 6 'ZA'

@@ -122,7 +122,6 @@ I SceneManager.cpp Waiting for ntp status ok, times: 1 duration: 5
 @file ntp.status unsynchronised\nOK
 @start
 E SceneManager.cpp ===========> upper buffer: UNSYNCHRONISED
-I SceneManager.cpp Waiting for ntp status ok, times: 1 duration: 5
 @restart
 @file ntp.status ntp ok\nsecond line
 @start
@@ -131,13 +130,17 @@ E SceneManager.cpp ===========> upper buffer: NTP OK
 I SceneManager.cpp Ntp status ok, now add existing alarm
 I AlarmObject.cpp Alarm timer time: 07:30
 ! I SceneManager.cpp Waiting
-# With the clock trusted a new launch's alarm is read at once.
+# With the clock trusted a changed launch's alarm is read at once; one that cannot be read harms
+# nothing.
 > {"command":"scene_setting","name":"late","action_list":[],"launch":{"timer":{"time":"08:15","repeat":"2"}}}
 < { "code": 0, "msg": "", "id": 12 }
 I AlarmObject.cpp Alarm timer time: 08:15
 > {"command":"scene_launch","id":12,"launch":{"timer":{"time":"10:05"}}}
 < { "code": 0, "msg": "" }
 I AlarmObject.cpp Alarm timer time: 10:05
+> {"command":"scene_update","id":12,"name":"late","action_list":[],"launch":{"timer":{"time":"7:0-2)3","repeat":"2"}}}
+< { "code": 0, "msg": "" }
+I AlarmObject.cpp Alarm timer time: 7:0-2)3
 # After a reset the store is closed until a restart: changes are refused but still stop the run.
 > {"command":"reset_scenes"}
 > {"command":"scene_start","id":7}

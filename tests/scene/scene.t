@@ -68,7 +68,6 @@ $ /usr/sbin/pellway 6 'Yw'
 > {"command":"get_multiple_scene_setting","start_id":5,"end_id":8}
 < { "code": 0, "msg": "", "scene_list": [ { "id": 5, "name": "off", "action_list": [ ], "launch": { "leave_home": { "mac": "CC", "enabled": false } } }, { "id": 6, "name": "no mac", "action_list": [ ], "launch": { "go_home": { "enabled": true } } }, { "id": 7, "name": "no mac", "action_list": [ ], "launch": { "leave_home": { } } }, { "id": 8, "name": "sunrise", "action_list": [ ] } ] }
 @restart
-I Scene.cpp Scene launch not json format
 ! E Scene.cpp Scene launch mode format error
 # A new launch drops the timer of the old one.
 > {"command":"scene_launch","id":4,"launch":{"timer":{"time":"07:30","repeat":"1"}}}

@@ -1,4 +1,5 @@
-// What only the store shows (folder, failures, NULL cells, default scenes, configuration files).
+// What only the store shows (folder, failures, NULL cells, default scenes, syncing, configuration
+// files).
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -6,7 +7,6 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
-#include <regex>
 
 #include "scene/Scene.h"
 #include "store/Config.h"
@@ -20,7 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
-const std::string kUnable = "ERROR Config.cpp Unable to open config file: ~/";
+const std::string kUnable = "E Config.cpp Unable to open config file: ~/";
 
 // Runs `sql` on a connection of the test's own, open while `during` runs.
 bool exec(const std::string& path, const std::string& sql, std::function<void()> during = {}) {
@@ -31,12 +31,10 @@ bool exec(const std::string& path, const std::string& sql, std::function<void()>
   sqlite3_close(db);  // which also ends a transaction `sql` began
   return done;
 }
-// Each captured line as "LEVEL File.cpp message", without the source line, `dir` written "~".
+// Each captured line as "L File.cpp message", `dir` written "~".
 Lines logged(const LogCapture& capture, const TempDir& dir) {
-  static const std::regex prefix(R"(^\[ZORVIK (\w+) ([^:]+):\d+\]([^\n]*)\n?$)");
   Lines lines;
-  for (const CapturedLine& line : capture.lines()) {
-    std::string text = std::regex_replace(line.text, prefix, "$1 $2 $3");
+  for (std::string text : capture.entries()) {
     const size_t at = text.find(dir.path().native());
     lines.push_back(at == std::string::npos ? text
                                             : text.replace(at, dir.path().native().size(), "~"));
@@ -61,7 +59,7 @@ bool refusesWrites(DataManager& store) {
 // it was. The model's output is logged with line feeds as blanks; not when the command can't run.
 TEST(StoreTest, OpensOrStaysClosed) {
   ShellRecorder shell;
-  const std::string info = "INFO DataManager.cpp ";
+  const std::string info = "I DataManager.cpp ";
   const std::string model = info + "system command: /usr/sbin/nvram get model ,output: R1C x ";
   const std::string at = info + "Create Database folder at: ~/a/b/store/";
   // What is made first (a folder, or without the "/" a file); what a store that stays closed logs.
@@ -80,12 +78,13 @@ TEST(StoreTest, OpensOrStaysClosed) {
     fs::create_directories((dir.path() / made).parent_path());
     if (!made.empty() && made.back() != '/') dir.write(made, std::string(4096, 'Z'));
     const bool opens = failure.empty();
-    shell.setOutput("/usr/sbin/nvram",
-                    opens ? std::optional<std::string>("R1C\nx\n") : std::nullopt);
+    shell.setOutput("/usr/sbin/nvram", [opens](auto&) {
+      return opens ? std::optional<std::string>("R1C\nx\n") : std::nullopt;
+    });
     const std::string before = TempDir::read(database);
     LogCapture capture;
     DataManager store(folder, dir.file("factory.conf"));
-    const Lines log = opens ? Lines{model, at} : Lines{at, "ERROR DataManager.cpp " + failure};
+    const Lines log = opens ? Lines{model, at} : Lines{at, "E DataManager.cpp " + failure};
     EXPECT_EQ(logged(capture, dir), log);
     EXPECT_EQ(rowsOf(store.getScenes()), Lines{});
     EXPECT_NE(refusesWrites(store), opens);  // an open store takes the new scene
@@ -99,6 +98,7 @@ TEST(StoreTest, OpensOrStaysClosed) {
 // A lock held elsewhere refuses writes until released, a file replaced behind the store's back for
 // good. NULL cells read as empty text; changing or removing a missing row succeeds, reading fails.
 TEST(StoreTest, OtherWritersOfTheFile) {
+  ShellRecorder shell;
   TempDir dir;
   DataManager store(dir.file("store/"), dir.file("factory.conf"));
   const std::string database = store.databasePath();
@@ -106,7 +106,7 @@ TEST(StoreTest, OtherWritersOfTheFile) {
     LogCapture capture;
     EXPECT_TRUE(refusesWrites(store));
     EXPECT_EQ(rowsOf(store.getScenes()), Lines{});
-    const Lines log{"ERROR DataManager.cpp DataBase get table failed: database is locked"};
+    const Lines log{"E DataManager.cpp DataBase get table failed: database is locked"};
     EXPECT_EQ(logged(capture, dir), log);
   }));
   ASSERT_TRUE(exec(database, "INSERT INTO smart_task_table_v2 (ID) VALUES(12)"));
@@ -126,12 +126,12 @@ TEST(StoreTest, SeedsTheFactoryScenesOncePerVersion) {
   ShellRecorder shell;
   // clang-format off
   const std::string noLocal = kUnable + "store/Zorvik.conf", noFactory = kUnable + "factory.conf";
-  const std::string trying = "INFO DataManager.cpp Have not added Current version's default "
+  const std::string trying = "I DataManager.cpp Have not added Current version's default "
                              "scenes, try to add the default scene";
-  const std::string empty = "INFO DataManager.cpp Scene count is 0, add the default scene";
-  const std::string countFailed = "ERROR DataManager.cpp DataBase get table count failed: "
+  const std::string empty = "I DataManager.cpp Scene count is 0, add the default scene";
+  const std::string countFailed = "E DataManager.cpp DataBase get table count failed: "
                                   "no such table: smart_task_table_v2";
-  const std::string done = "INFO DataManager.cpp Have added current version's default scenes";
+  const std::string done = "I DataManager.cpp Have added current version's default scenes";
   // Scenes 1 and 2; 3 has no actions, which ends the seeding before 4.
   const std::string factory = "Config default scenes\nV1-1_name = Home\nV1-1_actions = [1]\n"
                               "V1-1_launch = {\"go_home\":{\"mac\":\"AA\"}}\nV1-2_name = Away\n"
@@ -165,7 +165,7 @@ TEST(StoreTest, SeedsTheFactoryScenesOncePerVersion) {
     SCOPED_TRACE(&c - cases);
     TempDir dir;
     if (c.factoryFile) dir.write("factory.conf", *c.factoryFile);
-    shell.setOutput("/usr/sbin/nvram", c.model);
+    shell.setOutput("/usr/sbin/nvram", [&c](auto&) { return c.model; });
     DataManager store(dir.file("store/"), dir.file("factory.conf"));
     if (c.before) c.before(store);
     LogCapture capture;
@@ -174,6 +174,28 @@ TEST(StoreTest, SeedsTheFactoryScenesOncePerVersion) {
     EXPECT_EQ(rowsOf(store.getScenes()), c.rows);
     EXPECT_EQ(TempDir::read(store.localConfigPath()), "V1 = true\n");
   }
+}
+
+// The store syncs fully, so that an answered change survives a power cut, whatever the library's
+// build default: an extension setting OFF on every connection as it opens plays another one.
+sqlite3* opened = nullptr;  // the store's connection
+int openWithSynchronousOff(sqlite3* db, const char**, const sqlite3_api_routines*) {
+  opened = db;
+  return sqlite3_exec(db, "PRAGMA synchronous=OFF", nullptr, nullptr, nullptr);
+}
+
+TEST(StoreTest, ConnectionSyncsFully) {
+  ShellRecorder shell;
+  TempDir dir;
+  const auto entry = reinterpret_cast<void (*)()>(openWithSynchronousOff);
+  sqlite3_auto_extension(entry);
+  DataManager store(dir.file("store/"), dir.file("factory.conf"));
+  sqlite3_cancel_auto_extension(entry);
+  sqlite3_stmt* query = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(opened, "PRAGMA synchronous", -1, &query, nullptr), SQLITE_OK);
+  ASSERT_EQ(sqlite3_step(query), SQLITE_ROW);
+  EXPECT_EQ(sqlite3_column_int(query, 0), 2);  // FULL
+  sqlite3_finalize(query);
 }
 
 // Entries: lines with "=" not beginning with "//" or "Config", split at the first "=", trimmed, the

@@ -3,9 +3,8 @@
 #ifndef ZORVIK_TESTS_SUPPORT_LOGCAPTURE_H_
 #define ZORVIK_TESTS_SUPPORT_LOGCAPTURE_H_
 
-#include <chrono>
-#include <condition_variable>
 #include <mutex>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -24,7 +23,6 @@ class LogCapture {
       : previous_(setLogSink([this](int priority, const std::string& text) {
           std::lock_guard<std::mutex> lock(mutex_);
           lines_.push_back({priority, text});
-          logged_.notify_all();
         })) {}
   ~LogCapture() { setLogSink(std::move(previous_)); }
 
@@ -36,40 +34,20 @@ class LogCapture {
     std::lock_guard<std::mutex> lock(mutex_);
     lines_.clear();
   }
-  // The message parts of the lines, in order.
-  std::vector<std::string> messages() const {
+  // The lines as the transcripts write them: "I Module.cpp message" (the level's first letter).
+  std::vector<std::string> entries() const {
     std::vector<std::string> result;
-    for (const CapturedLine& line : lines()) result.push_back(messageOf(line.text));
+    for (const CapturedLine& line : lines()) result.push_back(shortOf(line.text));
     return result;
   }
-  // How many messages contain `needle`.
-  int count(const std::string& needle) const {
-    int n = 0;
-    for (const std::string& message : messages()) n += message.find(needle) != std::string::npos;
-    return n;
-  }
-  bool contains(const std::string& needle) const { return count(needle) > 0; }
-  // Waits until some message contains `needle`; false after `timeout`.
-  bool waitFor(const std::string& needle,
-               std::chrono::milliseconds timeout = std::chrono::seconds(10)) const {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return logged_.wait_for(lock, timeout, [&] {
-      for (const CapturedLine& line : lines_) {
-        if (messageOf(line.text).find(needle) != std::string::npos) return true;
-      }
-      return false;
-    });
-  }
-  // The text after the "]" of the line's prefix, without the line feed.
-  static std::string messageOf(const std::string& line) {
-    const size_t start = line.find(']') + 1;
-    return line.substr(start, line.size() - start - (!line.empty() && line.back() == '\n'));
+  static std::string shortOf(const std::string& line) {
+    static const std::regex prefix(R"(^\[ZORVIK (\w)\w* ([^:]*):\d+\]([^\n]*)\n$)");
+    return std::regex_replace(line, prefix, "$1 $2 $3");
   }
 
  private:
   mutable std::mutex mutex_;
-  mutable std::condition_variable logged_;  // signalled under mutex_ for every new line
-  std::vector<CapturedLine> lines_;         // guarded by mutex_
+  std::vector<CapturedLine> lines_;  // guarded by mutex_
   LogSink previous_;
 };
 

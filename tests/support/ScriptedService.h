@@ -1,8 +1,6 @@
 // ScriptedService: a framed, binary Thrift service on 127.0.0.1 standing in for a sibling service.
 // It answers every request with one scripted reply (kScriptedThrow: it throws instead) and
-// remembers what it received; it serves on its own thread until the object goes away. `Traits`
-// names the generated interface and processor (Traits::If, Traits::Processor). `beforeServe`
-// runs on the serving thread before it listens (e.g. to enter another network namespace).
+// remembers what it received; it serves on a free port, on its own thread, until it goes away.
 #ifndef ZORVIK_TESTS_SUPPORT_SCRIPTEDSERVICE_H_
 #define ZORVIK_TESTS_SUPPORT_SCRIPTEDSERVICE_H_
 
@@ -11,7 +9,6 @@
 #include <thrift/transport/TBufferTransports.h>
 #include <thrift/transport/TServerSocket.h>
 
-#include <functional>
 #include <future>
 #include <mutex>
 #include <stdexcept>
@@ -23,23 +20,20 @@ namespace zorvik {
 
 inline constexpr char kScriptedThrow[] = "<throw>";
 
-template <typename Traits>
+// `ServiceIf` and `Processor` are the generated interface and processor of the service.
+template <typename ServiceIf, typename Processor>
 class ScriptedService {
  public:
-  // Serves on 127.0.0.1:`port` (0: a free port); returns once the service listens.
-  explicit ScriptedService(std::string reply, int port = 0,
-                           std::function<void()> beforeServe = std::function<void()>())
+  // Returns once the service listens.
+  explicit ScriptedService(std::string reply)
       : handler_(std::make_shared<Handler>(std::move(reply))),
-        socket_(std::make_shared<apache::thrift::transport::TServerSocket>("127.0.0.1", port)),
-        server_(std::make_shared<typename Traits::Processor>(handler_), socket_,
+        socket_(std::make_shared<apache::thrift::transport::TServerSocket>("127.0.0.1", 0)),
+        server_(std::make_shared<Processor>(handler_), socket_,
                 std::make_shared<apache::thrift::transport::TFramedTransportFactory>(),
                 std::make_shared<apache::thrift::protocol::TBinaryProtocolFactory>()) {
     auto ready = std::make_shared<ReadySignal>();
     server_.setServerEventHandler(ready);
-    thread_ = std::thread([this, beforeServe] {
-      if (beforeServe) beforeServe();
-      server_.serve();
-    });
+    thread_ = std::thread([this] { server_.serve(); });
     ready->listening.get_future().wait();
   }
   ~ScriptedService() {
@@ -54,13 +48,11 @@ class ScriptedService {
   }
 
  private:
-  struct Handler : Traits::If {
+  struct Handler : ServiceIf {
     explicit Handler(std::string scripted) : reply(std::move(scripted)) {}
     void request(std::string& result, const std::string& text) override {
-      {
-        std::lock_guard<std::mutex> lock(mutex);
-        received.push_back(text);
-      }
+      std::lock_guard<std::mutex> lock(mutex);
+      received.push_back(text);
       if (reply == kScriptedThrow) throw std::runtime_error("service failure");
       result = reply;
     }

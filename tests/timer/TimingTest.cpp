@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <boost/date_time/posix_time/posix_time.hpp>
+#include <future>
 #include <map>
+#include <new>
 #include <regex>
 #include <sstream>
 #include <thread>
@@ -114,21 +116,39 @@ TEST_F(TimerThreadTest, IdsKillsAndTheOrderOfFiring) {
   EXPECT_EQ(add("f", 100), 1);  // the list emptied
 }
 
-TEST(TimerThreadWakeTest, TimerAddedWhileTheThreadSleepsFiresOnTime) {
-  LogCapture logs;
+TEST_F(TimerThreadTest, EventWhoseHandlerThrowsIsLoggedAndDropped) {
+  probes_.push_back(std::make_shared<Probe>("bad", "", [] { throw std::bad_alloc(); }));
+  manager_.addTimer(0, probes_.back().get());
+  EXPECT_NO_THROW(manager_.activateTimers());
+  EXPECT_EQ(logOf(logs_, "TimerEventManager"),
+            "activate timers ...; send timer event; ERROR timer event failed: std::bad_alloc");
+}
+
+// A timer added as a pass goes to sleep without a timeout (the list was empty) wakes the thread:
+// here it is added, from another thread, the moment the pass logs that it will sleep.
+TEST(TimerThreadWakeTest, TimerAddedAsThePassGoesToSleepWakesIt) {
   // Like the daemon's, this manager and its thread live until the program ends.
   static TimerEventManager* const manager = new TimerEventManager();
+  const auto probe = std::make_shared<Probe>("woken");
+  std::vector<std::string> messages;
+  std::promise<void> fired;
+  const LogSink previous = setLogSink([&](int, const std::string& text) {
+    // One line at a time; the third is "before select, timeval is NULL".
+    messages.push_back(LogCapture::shortOf(text));
+    if (messages.size() == 3)
+      std::async(std::launch::async, [&] { manager->addTimer(0, probe.get()); }).wait();
+    if (messages.back() == "I TimingTest.cpp fire woken") fired.set_value();
+  });
   std::thread(&TimerEventManager::run, manager).detach();
-  ASSERT_TRUE(logs.waitFor("before select, timeval is NULL"));
-  while (!manager->inSelect()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  const auto near = std::make_shared<Probe>("near");
-  const auto start = std::chrono::steady_clock::now();
-  manager->addTimer(200, near.get());
-  ASSERT_TRUE(logs.waitFor("fire near"));
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200));
-  EXPECT_EQ(logs.messages()[0], "run thread to process timer event ... ");
-  EXPECT_TRUE(logs.contains("select right event coming"));
-  while (logs.count("timeval is NULL") < 2) std::this_thread::yield();  // no more lines
+  const auto woken = fired.get_future().wait_for(std::chrono::seconds(10));
+  setLogSink(previous);
+  ASSERT_EQ(woken, std::future_status::ready);
+  messages.resize(4);
+  EXPECT_EQ(messages, (std::vector<std::string>{
+                          "I TimerEventManager.cpp run thread to process timer event ... ",
+                          "I TimerEventManager.cpp process next event ...",
+                          "I TimerEventManager.cpp before select, timeval is NULL",
+                          "I TimerEventManager.cpp select right event coming"}));
 }
 
 void useZone(const char* zone) {
