@@ -43,10 +43,6 @@ class ShellRecorder {
     return state_->changed.wait_for(lock, std::chrono::seconds(5),
                                     [&] { return state_->recorded.size() >= n; });
   }
-  void clear() {
-    std::lock_guard<std::mutex> lock(state_->mutex);
-    state_->recorded.clear();
-  }
   // The system() result of commands beginning with `prefix` (otherwise 0).
   void setResult(const std::string& prefix, int result) {
     std::lock_guard<std::mutex> lock(state_->mutex);
