@@ -1,10 +1,11 @@
 // The scene engine in time and across threads: how a run chains its actions, what stop, a stale
 // timer event and a dropped scene leave behind, a scene answering and living on while its
-// command runs, the manager's wait for a trusted clock, and many callers at once. Each "quiro"
-// action records "/usr/sbin/pellway 6 '<base64 of its payload>'".
+// command runs, the manager's wait for a trusted clock, and many callers at once; and the reply
+// text a scene keeps. Each "quiro" action records "/usr/sbin/pellway 6 '<base64 of its payload>'".
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <functional>
 #include <future>
 #include <thread>
 
@@ -174,6 +175,26 @@ TEST(SceneRunTest, LongRunsOfNonBlockingActionsStartWithoutDeepRecursion) {
   ASSERT_EQ(scene->actionCount(), 2000u);
   EXPECT_TRUE(scene->actions().back()->isRunning());
   scene->stop();
+}
+
+// A scene keeps its reply text from one reply to the next: it must still read as the scene does
+// now after each kind of change, and lose a one-time timer launch once its instant has passed.
+TEST(SceneReplyTest, KeptReplyTextFollowsEveryChangeAndAPassingOneTimeLaunch) {
+  const int64_t at = 4102444800000;  // the launch's instant, in ms
+  const std::function<void(Scene&)> changes[] = {
+      [](Scene& scene) { scene.setId(2); },
+      [](Scene& scene) { scene.setName("B"); },
+      [](Scene& scene) { scene.setActionsJson("[]"); },
+      [](Scene& scene) { scene.setLaunchJson(R"({"go_home":{"mac":"AA"}})"); },
+  };
+  for (const auto& change : changes) {
+    Scene scene(1, "A", "[1]", R"({"timer":{"utc_time":4102444800000}})");
+    const std::string before = scene.replyText(at);
+    EXPECT_NE(before.find("\"launch\""), std::string::npos);
+    EXPECT_EQ(scene.replyText(at + 1), R"({ "id": 1, "name": "A", "action_list": [ 1 ] })");
+    change(scene);
+    EXPECT_NE(scene.replyText(at), before);
+  }
 }
 
 class SceneManagerThreadsTest : public ::testing::Test {
