@@ -25,8 +25,8 @@ std::string logOf(const LogCapture& logs, const std::string& modules) {
   const std::regex line("\\[ZORVIK (\\w+) (" + modules + ")\\.cpp:\\d+\\](.*)\n");
   std::string text;
   std::smatch m;
-  for (const CapturedLine& captured : logs.lines()) {
-    if (!std::regex_match(captured.text, m, line)) continue;
+  for (const std::string& logged : logs.lines()) {
+    if (!std::regex_match(logged, m, line)) continue;
     text += (text.empty() ? "" : "; ") + (m[1] == "INFO" ? "" : m[1].str() + " ") + m[3].str();
   }
   return text;
