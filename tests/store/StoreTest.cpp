@@ -75,9 +75,8 @@ TEST(StoreTest, OpensOrStaysClosed) {
     fs::create_directories((dir.path() / made).parent_path());
     if (!made.empty() && made.back() != '/') dir.write(made, std::string(4096, 'Z'));
     const bool opens = failure.empty();
-    shell.setOutput("/usr/sbin/nvram", [opens](auto&) {
-      return opens ? std::optional<std::string>("R1C\nx\n") : std::nullopt;
-    });
+    shell.setOutput(
+        [opens](auto&) { return opens ? std::optional<std::string>("R1C\nx\n") : std::nullopt; });
     const std::string before = TempDir::read(database);
     LogCapture capture;
     DataManager store(folder, dir.file("factory.conf"));
@@ -159,7 +158,7 @@ TEST(StoreTest, SeedsTheFactoryScenesOncePerVersion) {
     SCOPED_TRACE(&c - cases);
     TempDir dir;
     if (c.factoryFile) dir.write("factory.conf", *c.factoryFile);
-    shell.setOutput("/usr/sbin/nvram", [&c](auto&) { return c.model; });
+    shell.setOutput([&c](auto&) { return c.model; });
     DataManager store(dir.file("store/"), dir.file("factory.conf"));
     if (c.before) c.before(store);
     LogCapture capture;

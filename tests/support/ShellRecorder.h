@@ -1,6 +1,7 @@
-// ShellRecorder: while alive, shell commands are recorded instead of run; the system() result
-// and the popen output can be scripted per command prefix (the longest matching prefix wins).
-// Thread-safe; the shell keeps the recording state alive while a command is in it.
+// ShellRecorder: while alive, shell commands are recorded instead of run. The system() result can
+// be scripted per command prefix (the longest matching prefix wins), the popen output by one
+// function of the command line. Thread-safe; the shell keeps the recording state alive while a
+// command is in it.
 #ifndef ZORVIK_TESTS_SUPPORT_SHELLRECORDER_H_
 #define ZORVIK_TESTS_SUPPORT_SHELLRECORDER_H_
 
@@ -48,40 +49,32 @@ class ShellRecorder {
     std::lock_guard<std::mutex> lock(state_->mutex);
     state_->results[prefix] = result;
   }
-  // The popen output of commands beginning with `prefix` (otherwise ""); nullopt: popen fails.
-  void setOutput(const std::string& prefix, Output output) {
+  // The popen output of every command (without one: ""); nullopt: popen fails.
+  void setOutput(Output output) {
     std::lock_guard<std::mutex> lock(state_->mutex);
-    state_->outputs[prefix] = std::move(output);
+    state_->output = std::move(output);
   }
 
  private:
-  // In these maps a longer prefix comes first.
-  template <typename T>
-  using ByPrefix = std::map<std::string, T, std::greater<>>;
-
   struct State : Shell::Backend {
     int system(const std::string& command) override {
       std::lock_guard<std::mutex> lock(mutex);
-      return record(command, results, 0);
+      recorded.push_back({command, std::chrono::steady_clock::now()});
+      for (const auto& [prefix, result] : results)
+        if (command.rfind(prefix, 0) == 0) return result;
+      return 0;
     }
     std::optional<std::string> capture(const std::string& command) override {
       std::unique_lock<std::mutex> lock(mutex);
-      const Output output = record(command, outputs, Output());
-      lock.unlock();  // the output function may take its time
-      return output ? output(command) : "";
-    }
-    // Records a command and returns its script.
-    template <typename T>
-    T record(const std::string& command, const ByPrefix<T>& scripts, T otherwise) {
       recorded.push_back({command, std::chrono::steady_clock::now()});
-      for (const auto& [prefix, script] : scripts)
-        if (command.rfind(prefix, 0) == 0) return script;
-      return otherwise;
+      const Output script = output;
+      lock.unlock();  // the output function may take its time
+      return script ? script(command) : "";
     }
     std::mutex mutex;
-    std::vector<Command> recorded;  // guarded by mutex
-    ByPrefix<int> results;          // guarded by mutex
-    ByPrefix<Output> outputs;       // guarded by mutex
+    std::vector<Command> recorded;                       // guarded by mutex
+    std::map<std::string, int, std::greater<>> results;  // guarded by mutex; longer prefix first
+    Output output;                                       // guarded by mutex
   };
 
   const std::shared_ptr<State> state_ = std::make_shared<State>();
