@@ -90,12 +90,29 @@ TEST(StoreTest, OpensOrStaysClosed) {
   umask(mask);
 }
 
-// A lock held elsewhere refuses writes until released. NULL cells read as empty text; changing or
-// removing a missing row succeeds, reading fails.
-TEST(StoreTest, OtherWritersOfTheFile) {
+// Plays a library built with another default: sets OFF on every connection as it opens.
+sqlite3* opened = nullptr;  // the store's connection
+int openWithSynchronousOff(sqlite3* db, const char**, const sqlite3_api_routines*) {
+  opened = db;
+  return sqlite3_exec(db, "PRAGMA synchronous=OFF", nullptr, nullptr, nullptr);
+}
+
+// The store syncs fully whatever the library's build default, so that an answered change survives
+// a power cut. A lock held elsewhere refuses writes until released. NULL cells read as empty text;
+// changing or removing a missing row succeeds, reading fails.
+TEST(StoreTest, ConnectionSyncsFullyAndMeetsOtherWritersOfTheFile) {
   ShellRecorder shell;
   TempDir dir;
+  const auto entry = reinterpret_cast<void (*)()>(openWithSynchronousOff);
+  sqlite3_auto_extension(entry);
   DataManager store(dir.file("store/"), dir.file("factory.conf"));
+  sqlite3_cancel_auto_extension(entry);
+  int synchronous = -1;
+  const auto read = [](void* out, int, char** cells, char**) {
+    return *static_cast<int*>(out) = std::atoi(cells[0]), 0;
+  };
+  ASSERT_EQ(sqlite3_exec(opened, "PRAGMA synchronous", read, &synchronous, nullptr), SQLITE_OK);
+  EXPECT_EQ(synchronous, 2);  // FULL
   const std::string database = store.databasePath();
   EXPECT_TRUE(exec(database, "BEGIN EXCLUSIVE", [&] {
     LogCapture capture;
@@ -106,11 +123,11 @@ TEST(StoreTest, OtherWritersOfTheFile) {
     EXPECT_EQ(logged(capture, dir), log);
   }));
   ASSERT_TRUE(exec(database, "INSERT INTO smart_task_table_v2 (ID) VALUES(12)"));
-  auto read = std::make_shared<Scene>(1, "x", "[1]", "{}");
-  ASSERT_TRUE(store.getScene(12, *read) && store.insertScene(Scene(1, "a", "[]", "")));
-  EXPECT_TRUE(store.deleteScene(4) && store.modifyScene(Scene()) && !store.getScene(4, *read));
+  auto scene = std::make_shared<Scene>(1, "x", "[1]", "{}");
+  ASSERT_TRUE(store.getScene(12, *scene) && store.insertScene(Scene(1, "a", "[]", "")));
+  EXPECT_TRUE(store.deleteScene(4) && store.modifyScene(Scene()) && !store.getScene(4, *scene));
   EXPECT_EQ(rowsOf(store.getScenes()), (Lines{"1|a|[]|", "12|||"}));
-  EXPECT_EQ(rowsOf({read}), Lines{"12|||"});
+  EXPECT_EQ(rowsOf({scene}), Lines{"12|||"});
 }
 
 // Default scenes are seeded once per version tag, from numbered factory entries, into an empty
@@ -167,29 +184,6 @@ TEST(StoreTest, SeedsTheFactoryScenesOncePerVersion) {
     EXPECT_EQ(rowsOf(store.getScenes()), c.rows);
     EXPECT_EQ(TempDir::read(store.localConfigPath()), "V1 = true\n");
   }
-}
-
-// The store syncs fully, so that an answered change survives a power cut, whatever the library's
-// build default: an extension setting OFF on every connection as it opens plays another one.
-sqlite3* opened = nullptr;  // the store's connection
-int openWithSynchronousOff(sqlite3* db, const char**, const sqlite3_api_routines*) {
-  opened = db;
-  return sqlite3_exec(db, "PRAGMA synchronous=OFF", nullptr, nullptr, nullptr);
-}
-
-TEST(StoreTest, ConnectionSyncsFully) {
-  ShellRecorder shell;
-  TempDir dir;
-  const auto entry = reinterpret_cast<void (*)()>(openWithSynchronousOff);
-  sqlite3_auto_extension(entry);
-  DataManager store(dir.file("store/"), dir.file("factory.conf"));
-  sqlite3_cancel_auto_extension(entry);
-  int synchronous = -1;
-  const auto read = [](void* out, int, char** cells, char**) {
-    return *static_cast<int*>(out) = std::atoi(cells[0]), 0;
-  };
-  ASSERT_EQ(sqlite3_exec(opened, "PRAGMA synchronous", read, &synchronous, nullptr), SQLITE_OK);
-  EXPECT_EQ(synchronous, 2);  // FULL
 }
 
 // Entries: lines with "=" not beginning with "//" or "Config", split at the first "=", trimmed, the
