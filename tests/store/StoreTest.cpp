@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "scene/Scene.h"
+#include "server/TextFile.h"
 #include "store/Config.h"
 #include "store/DataManager.h"
 #include "support/LogCapture.h"
@@ -77,7 +78,7 @@ TEST(StoreTest, OpensOrStaysClosed) {
     const bool opens = failure.empty();
     shell.setOutput(
         [opens](auto&) { return opens ? std::optional<std::string>("R1C\nx\n") : std::nullopt; });
-    const std::string before = TempDir::read(database);
+    const std::optional<std::string> before = TextFile::read(database);
     LogCapture capture;
     DataManager store(folder, dir.file("factory.conf"));
     const Lines log = opens ? Lines{model, at} : Lines{at, "E DataManager.cpp " + failure};
@@ -85,7 +86,7 @@ TEST(StoreTest, OpensOrStaysClosed) {
     EXPECT_EQ(rowsOf(store.getScenes()), Lines{});
     const auto mode = made.empty() ? fs::perms::all : fs::perms::owner_all;
     EXPECT_TRUE(opens ? fs::status(folder).permissions() == mode
-                      : TempDir::read(database) == before);
+                      : TextFile::read(database) == before);
   }
   umask(mask);
 }
@@ -182,7 +183,7 @@ TEST(StoreTest, SeedsTheFactoryScenesOncePerVersion) {
     store.addDefaultScenes();
     EXPECT_EQ(logged(capture, dir), c.log);
     EXPECT_EQ(rowsOf(store.getScenes()), c.rows);
-    EXPECT_EQ(TempDir::read(store.localConfigPath()), "V1 = true\n");
+    EXPECT_EQ(TextFile::read(store.localConfigPath()), "V1 = true\n");
   }
 }
 
@@ -198,10 +199,10 @@ TEST(ConfigTest, ReadsAndRewritesFiles) {
   Config writable(dir.write("a.conf", lines), false), readOnly(dir.write("b.conf", lines), true);
   Config unwritable(dir.file("no/a.conf"), false);
   for (Config* config : {&writable, &readOnly, &unwritable}) config->setValue("new", "set");
-  EXPECT_EQ(TempDir::read(dir.file("a.conf")),
+  EXPECT_EQ(TextFile::read(dir.file("a.conf")),
             " = orphan\n//indented = 3\nV1 = true\nempty = \nk = 2\nkept = a // b\nlast = end\n"
             "new = set\nspaced key = value\nurl = http://x/?a=b=c\n");
-  EXPECT_EQ(TempDir::read(dir.file("b.conf")), lines);
+  EXPECT_EQ(TextFile::read(dir.file("b.conf")), lines);
   EXPECT_EQ(readOnly.getValue("new") + "|" + unwritable.getValue("new"), "|set");
   EXPECT_EQ(logged(capture, dir), (Lines{kUnable + "no/a.conf", kUnable + "no/a.conffor write"}));
 }
