@@ -88,21 +88,6 @@ TEST(SceneRunTest, StopDropAndAStaleEventLeaveNothingToRun) {
   EXPECT_EQ(shell.lines(), Lines{pellway("Yw")});
 }
 
-// A shell whose one command beginning with `prefix` waits until the test opens the gate.
-struct GateShell : Shell::Backend {
-  explicit GateShell(std::string prefix) : prefix(std::move(prefix)) {}
-  int system(const std::string& command) override {
-    if (command.rfind(prefix, 0) == 0) {
-      entered.set_value();
-      opened.get_future().wait();
-    }
-    return 0;
-  }
-  std::optional<std::string> capture(const std::string&) override { return ""; }
-  const std::string prefix;
-  std::promise<void> entered, opened;
-};
-
 // The timer thread takes a scene's action turns under its lock, and no timer may wait for a
 // command: the scene answers while a replayed handler, the feed program or an action's handler
 // runs. A scene rebuilt and dropped meanwhile lives, with the action, until the handler ends.
@@ -121,14 +106,18 @@ TEST(SceneRunTest, SceneAnswersWhileItsCommandRunsAndLivesUntilItEnds) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.blocked);
-    auto gate = std::make_shared<GateShell>(c.blocked);
-    const std::shared_ptr<Shell::Backend> previous = Shell::setBackend(gate);
+    ShellRecorder shell;
+    std::promise<void> entered, opened;  // the command's start, and the gate the test opens
+    shell.setResult(c.blocked, [&](const std::string&) {
+      entered.set_value();
+      opened.get_future().wait();
+      return 0;
+    });
     auto scene = std::make_shared<Scene>(1, "A", c.actions, c.launch);
     auto started = std::async(std::launch::async, [&] {
       c.replay ? scene->startByCrontab(1, "07:30") : static_cast<void>(scene->execute());
     });
-    ASSERT_EQ(gate->entered.get_future().wait_for(std::chrono::seconds(5)),
-              std::future_status::ready);
+    ASSERT_EQ(entered.get_future().wait_for(std::chrono::seconds(5)), std::future_status::ready);
     auto answer = std::async(std::launch::async, [&scene] { return scene->isProcessing(); });
     const bool answered = answer.wait_for(std::chrono::seconds(1)) == std::future_status::ready;
     EXPECT_TRUE(answered);
@@ -145,13 +134,12 @@ TEST(SceneRunTest, SceneAnswersWhileItsCommandRunsAndLivesUntilItEnds) {
       scene.reset();
       EXPECT_FALSE(action.expired() || watcher.expired());  // the timer thread holds both
     }
-    gate->opened.set_value();
+    opened.set_value();
     started.wait();
     scene.reset();
     for (int i = 0; i < 400 && !watcher.expired(); ++i)
       std::this_thread::sleep_for(milliseconds(5));
     EXPECT_TRUE(action.expired() && watcher.expired());
-    Shell::setBackend(previous);
   }
 }
 

@@ -1,7 +1,7 @@
 // ShellRecorder: while alive, shell commands are recorded instead of run. The system() result can
 // be scripted per command prefix (the longest matching prefix wins), the popen output by one
-// function of the command line. Thread-safe; the shell keeps the recording state alive while a
-// command is in it.
+// function of the command line; a script runs without the recorder's lock, so it may wait.
+// Thread-safe; the shell keeps the recording state alive while a command is in it.
 #ifndef ZORVIK_TESTS_SUPPORT_SHELLRECORDER_H_
 #define ZORVIK_TESTS_SUPPORT_SHELLRECORDER_H_
 
@@ -20,6 +20,7 @@ namespace zorvik {
 
 class ShellRecorder {
  public:
+  using Result = std::function<int(const std::string& command)>;
   using Output = std::function<std::optional<std::string>(const std::string& command)>;
   struct Command {
     std::string line;
@@ -46,8 +47,11 @@ class ShellRecorder {
   }
   // The system() result of commands beginning with `prefix` (otherwise 0).
   void setResult(const std::string& prefix, int result) {
+    setResult(prefix, [result](const std::string&) { return result; });
+  }
+  void setResult(const std::string& prefix, Result result) {
     std::lock_guard<std::mutex> lock(state_->mutex);
-    state_->results[prefix] = result;
+    state_->results[prefix] = std::move(result);
   }
   // The popen output of every command (without one: ""); nullopt: popen fails.
   void setOutput(Output output) {
@@ -58,23 +62,25 @@ class ShellRecorder {
  private:
   struct State : Shell::Backend {
     int system(const std::string& command) override {
-      std::lock_guard<std::mutex> lock(mutex);
+      std::unique_lock<std::mutex> lock(mutex);
       recorded.push_back({command, std::chrono::steady_clock::now()});
+      Result script;
       for (const auto& [prefix, result] : results)
-        if (command.rfind(prefix, 0) == 0) return result;
-      return 0;
+        if (!script && command.rfind(prefix, 0) == 0) script = result;
+      lock.unlock();
+      return script ? script(command) : 0;
     }
     std::optional<std::string> capture(const std::string& command) override {
       std::unique_lock<std::mutex> lock(mutex);
       recorded.push_back({command, std::chrono::steady_clock::now()});
       const Output script = output;
-      lock.unlock();  // the output function may take its time
+      lock.unlock();
       return script ? script(command) : "";
     }
     std::mutex mutex;
-    std::vector<Command> recorded;                       // guarded by mutex
-    std::map<std::string, int, std::greater<>> results;  // guarded by mutex; longer prefix first
-    Output output;                                       // guarded by mutex
+    std::vector<Command> recorded;                          // guarded by mutex
+    std::map<std::string, Result, std::greater<>> results;  // guarded by mutex; longer first
+    Output output;                                          // guarded by mutex
   };
 
   const std::shared_ptr<State> state_ = std::make_shared<State>();
