@@ -18,16 +18,15 @@
 // AlarmObject's own accessors are hidden from the scene's users for that reason. Only the alarm
 // manager would reach the alarm part without the scene's lock, through AlarmObject; the daemon
 // never hands it a scene. The lock is taken by the operations below, called from the RPC worker
-// threads and the scene manager's start-up, and by the action callbacks on the timer thread. It
-// is recursive: starting an action calls back into the scene (execute ->
-// Action::execute -> onActionStarted), and operations call one another under it. Lock order: the
-// scene manager's lock, then this one (the store also takes it under its own, filling a scene),
-// then the timer manager's (arming and killing action timers) and the log's; the scene never
-// takes the manager's or the store's. Nothing slow runs under it: the action handlers, the crontab
-// replay's handlers and the feed command are decided under the lock and run after it is released,
-// so a handler that takes minutes holds up neither requests nor the timer thread on this scene.
-// The id is atomic: the manager reads it for every scene it passes while looking one up, without
-// this lock.
+// threads and the scene manager's start-up, and by the action callbacks on the timer thread. It is
+// recursive: starting an action calls back into the scene (execute -> Action::execute ->
+// onActionStarted), and operations call one another under it. Lock order: the scene manager's lock,
+// then this one (the store also takes it under its own, filling a scene), then the timer manager's
+// (arming and killing action timers) and the log's; the scene never takes the manager's or the
+// store's. Nothing slow runs under it: the action handlers, the crontab replay's handlers and the
+// feed command are decided under the lock and run after it is released, so a handler that takes
+// minutes holds up neither requests nor the timer thread on this scene. The id is atomic: the
+// manager reads it for every scene it passes while looking one up, without this lock.
 #ifndef ZORVIK_SCENE_SCENE_H_
 #define ZORVIK_SCENE_SCENE_H_
 
