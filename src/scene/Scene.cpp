@@ -113,12 +113,6 @@ void Scene::setLaunchJson(std::string launchJson) {
   parseLaunch();
 }
 
-std::optional<HomeLaunch> Scene::homeLaunch() const {
-  MutexLock lock(mutex_);
-  if (!homeLaunch_) return std::nullopt;
-  return *homeLaunch_;
-}
-
 void Scene::parseLaunch() {
   MutexLock lock(mutex_);
   replyForms_.reset();
@@ -275,16 +269,7 @@ void Scene::onActionStarted(Action* action) {
   if (!action->block()) successorToStart_ = successorOf(*action);
 }
 
-void Scene::onActionFinished(Action* action, bool report) {
-  std::optional<RunReport> runEnd;
-  {
-    MutexLock lock(mutex_);
-    runEnd = finishAction(action, report);
-  }
-  if (runEnd) reportRunEnd(*runEnd);
-}
-
-std::optional<Scene::RunReport> Scene::finishAction(Action* action, bool report) {
+std::optional<Scene::RunReport> Scene::onActionFinished(Action* action, bool report) {
   Action* next = successorOf(*action);
   if (next != nullptr && action->block()) startActionsFrom(next);
   ++finishedCount_;
@@ -307,7 +292,7 @@ bool Scene::finishFiredAction(Action& action) {
     const bool cancelled = action.takeCancelledFiring();
     if (cancelled || !action.isRunning()) return false;
     action.TimerObject::timerEvent();
-    runEnd = finishAction(&action, !launchJson_.empty());
+    runEnd = onActionFinished(&action, !launchJson_.empty());
   }
   if (runEnd) reportRunEnd(*runEnd);
   return true;

@@ -78,7 +78,6 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   std::string launchJson() const;
   // Replaces the launch text and re-reads the launch mode.
   void setLaunchJson(std::string launchJson);
-  std::optional<HomeLaunch> homeLaunch() const;
 
   // Rebuilds the launch data from the launch text.
   void parseLaunch();
@@ -106,12 +105,11 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
 
   // Called by an action right after it armed its timer.
   void onActionStarted(Action* action);
-  // Called by an action when its turn has come, before its work runs. When that ends the run
-  // and `report` is set, the feed command runs after the lock is released; the run ends (the
-  // scene stops processing) only when the command returns.
-  void onActionFinished(Action* action, bool report);
-  // Called on the timer thread when an action's timer fired: forgets the action's timer and
-  // reports it finished. False when the action's timer was killed meanwhile (nothing to do).
+  // Called on the timer thread when an action's timer fired, before its work runs: forgets the
+  // action's timer and counts it finished (onActionFinished). False when the action's timer was
+  // killed meanwhile (nothing to do). When that ends a run of a scene with a launch, the feed
+  // command runs after the lock is released; the run ends (the scene stops processing) only
+  // when the command returns.
   bool finishFiredAction(Action& action);
   // The feed's status message: the scene name and its first action.
   std::string buildStatusMessage() const;
@@ -165,7 +163,7 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   // The helpers below run with mutex_ held.
   // Counts `action` finished and starts its blocked successor; the report to send when this
   // ended a run that reports.
-  std::optional<RunReport> finishAction(Action* action, bool report) REQUIRES(mutex_);
+  std::optional<RunReport> onActionFinished(Action* action, bool report) REQUIRES(mutex_);
   void rebuildActionsIfDirty() REQUIRES(mutex_);
   // True when the launch is a one-time timer whose instant lies before `nowMs`: replies leave it
   // out.
