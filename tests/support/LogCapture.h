@@ -12,21 +12,17 @@
 
 namespace zorvik {
 
-struct CapturedLine {
-  int priority;
-  std::string text;  // the whole line, prefix and line feed included
-};
-
 class LogCapture {
  public:
   LogCapture()
-      : previous_(setLogSink([this](int priority, const std::string& text) {
+      : previous_(setLogSink([this](int, const std::string& text) {
           std::lock_guard<std::mutex> lock(mutex_);
-          lines_.push_back({priority, text});
+          lines_.push_back(text);
         })) {}
   ~LogCapture() { setLogSink(std::move(previous_)); }
 
-  std::vector<CapturedLine> lines() const {
+  // The whole lines, prefix and line feed included.
+  std::vector<std::string> lines() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return lines_;
   }
@@ -37,7 +33,7 @@ class LogCapture {
   // The lines as the transcripts write them: "I Module.cpp message" (the level's first letter).
   std::vector<std::string> entries() const {
     std::vector<std::string> result;
-    for (const CapturedLine& line : lines()) result.push_back(shortOf(line.text));
+    for (const std::string& line : lines()) result.push_back(shortOf(line));
     return result;
   }
   static std::string shortOf(const std::string& line) {
@@ -47,7 +43,7 @@ class LogCapture {
 
  private:
   mutable std::mutex mutex_;
-  std::vector<CapturedLine> lines_;  // guarded by mutex_
+  std::vector<std::string> lines_;  // guarded by mutex_
   LogSink previous_;
 };
 

@@ -1,16 +1,17 @@
-// ShellRecorder: while alive, shell commands are recorded instead of run; the system() result
-// and the popen output can be scripted per command prefix (the longest matching prefix wins).
+// ShellRecorder: while alive, shell commands are recorded instead of run. The system() result can
+// be scripted per command prefix (the longest matching prefix wins), the popen output by one
+// function of the command line; a script runs without the recorder's lock, so it may wait.
 // Thread-safe; the shell keeps the recording state alive while a command is in it.
 #ifndef ZORVIK_TESTS_SUPPORT_SHELLRECORDER_H_
 #define ZORVIK_TESTS_SUPPORT_SHELLRECORDER_H_
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "server/Shell.h"
@@ -19,6 +20,7 @@ namespace zorvik {
 
 class ShellRecorder {
  public:
+  using Result = std::function<int(const std::string& command)>;
   using Output = std::function<std::optional<std::string>(const std::string& command)>;
   struct Command {
     std::string line;
@@ -39,55 +41,46 @@ class ShellRecorder {
   }
   // Waits (at most 5 s) until at least `n` commands were recorded.
   bool waitForCount(size_t n) const {
-    std::unique_lock<std::mutex> lock(state_->mutex);
-    return state_->changed.wait_for(lock, std::chrono::seconds(5),
-                                    [&] { return state_->recorded.size() >= n; });
-  }
-  void clear() {
-    std::lock_guard<std::mutex> lock(state_->mutex);
-    state_->recorded.clear();
+    for (int i = 0; i < 500 && commands().size() < n; ++i)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return commands().size() >= n;
   }
   // The system() result of commands beginning with `prefix` (otherwise 0).
   void setResult(const std::string& prefix, int result) {
-    std::lock_guard<std::mutex> lock(state_->mutex);
-    state_->results[prefix] = result;
+    setResult(prefix, [result](const std::string&) { return result; });
   }
-  // The popen output of commands beginning with `prefix` (otherwise ""); nullopt: popen fails.
-  void setOutput(const std::string& prefix, Output output) {
+  void setResult(const std::string& prefix, Result result) {
     std::lock_guard<std::mutex> lock(state_->mutex);
-    state_->outputs[prefix] = std::move(output);
+    state_->results[prefix] = std::move(result);
+  }
+  // The popen output of every command (without one: ""); nullopt: popen fails.
+  void setOutput(Output output) {
+    std::lock_guard<std::mutex> lock(state_->mutex);
+    state_->output = std::move(output);
   }
 
  private:
-  // In these maps a longer prefix comes first.
-  template <typename T>
-  using ByPrefix = std::map<std::string, T, std::greater<>>;
-
   struct State : Shell::Backend {
     int system(const std::string& command) override {
-      std::lock_guard<std::mutex> lock(mutex);
-      return record(command, results, 0);
+      std::unique_lock<std::mutex> lock(mutex);
+      recorded.push_back({command, std::chrono::steady_clock::now()});
+      Result script;
+      for (const auto& [prefix, result] : results)
+        if (!script && command.rfind(prefix, 0) == 0) script = result;
+      lock.unlock();
+      return script ? script(command) : 0;
     }
     std::optional<std::string> capture(const std::string& command) override {
       std::unique_lock<std::mutex> lock(mutex);
-      const Output output = record(command, outputs, Output());
-      lock.unlock();  // the output function may take its time
-      return output ? output(command) : "";
-    }
-    // Records a command and returns its script.
-    template <typename T>
-    T record(const std::string& command, const ByPrefix<T>& scripts, T otherwise) {
       recorded.push_back({command, std::chrono::steady_clock::now()});
-      changed.notify_all();
-      for (const auto& [prefix, script] : scripts)
-        if (command.rfind(prefix, 0) == 0) return script;
-      return otherwise;
+      const Output script = output;
+      lock.unlock();
+      return script ? script(command) : "";
     }
     std::mutex mutex;
-    std::condition_variable changed;
-    std::vector<Command> recorded;  // guarded by mutex
-    ByPrefix<int> results;          // guarded by mutex
-    ByPrefix<Output> outputs;       // guarded by mutex
+    std::vector<Command> recorded;                          // guarded by mutex
+    std::map<std::string, Result, std::greater<>> results;  // guarded by mutex; longer first
+    Output output;                                          // guarded by mutex
   };
 
   const std::shared_ptr<State> state_ = std::make_shared<State>();

@@ -7,7 +7,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -33,13 +32,6 @@ class TempDir {
   std::string write(const std::string& name, const std::string& content) const {
     std::ofstream(file(name), std::ios::binary) << content;
     return file(name);
-  }
-  // The whole file; empty when it cannot be read (missing, or a folder).
-  static std::string read(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
   }
 
  private:

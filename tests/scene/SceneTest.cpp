@@ -1,10 +1,12 @@
 // The scene engine in time and across threads: how a run chains its actions, what stop, a stale
-// timer event and a dropped scene leave behind, a scene answering while its command runs, the
-// manager's wait for a trusted clock, and many callers at once. Each "quiro" action records
-// "/usr/sbin/pellway 6 '<base64 of its payload>'".
+// timer event and a dropped scene leave behind, a scene answering and living on while its
+// command runs, the manager's wait for a trusted clock, and many callers at once; and the reply
+// text a scene keeps. Each "quiro" action records "/usr/sbin/pellway 6 '<base64 of its payload>'".
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
+#include <functional>
 #include <future>
 #include <thread>
 
@@ -43,13 +45,12 @@ std::string pellway(const std::string& base64) { return "/usr/sbin/pellway 6 '" 
 // blocking action releases its successor when it runs, whose delay counts from then. The machine
 // may be slow: the bounds are lower bounds only.
 TEST(SceneRunTest, ActionsRunInOrderOfTheirDelaysAndBlockingRules) {
-  ShellRecorder shell;
   const std::tuple<Actions, Lines, std::vector<int>> rows[] = {
       // payloads a, b, c: YQ, Yg, Yw
       {{{'a', 0, false}, {'b', -5, false}, {'c', 0, false}}, {"Yg", "Yw", "YQ"}, {90, 90, 490}},
       {{{'a', 300, true}, {'b', 0, true}}, {"YQ", "Yg"}, {290, 390}}};
   for (const auto& [actions, order, atLeastMs] : rows) {
-    shell.clear();
+    ShellRecorder shell;
     const auto scene = sceneOf(actions);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(scene->execute(), 0u);
@@ -63,98 +64,82 @@ TEST(SceneRunTest, ActionsRunInOrderOfTheirDelaysAndBlockingRules) {
   }
 }
 
-TEST(SceneRunTest, StopOrDropKillsPendingTimersSoNothingMoreRuns) {
+// Stop kills a run's pending timers, and a scene dropped with timers pending runs nothing more.
+// An event that expired before a stop is ignored by the next run: the timer thread has taken the
+// timer off its list but not yet delivered it when the scene is stopped and started again.
+TEST(SceneRunTest, StopDropAndAStaleEventLeaveNothingToRun) {
   ShellRecorder shell;
-  const auto stopped = sceneOf({{'a', 150, false}, {'b', 150, true}});
+  const auto stopped = sceneOf({{'a', 100, false}, {'b', 100, true}});
   EXPECT_EQ(stopped->execute(), 0u);
   stopped->stop();
   EXPECT_FALSE(stopped->isProcessing());
   for (const auto& action : stopped->actions()) EXPECT_FALSE(action->isRunning());
   sceneOf({{'a', 100, false}, {'b', 100, true}})->execute();  // and dropped at once
-  std::this_thread::sleep_for(milliseconds(400));
-  EXPECT_EQ(shell.lines(), Lines{});
-  EXPECT_EQ(stopped->execute(), 0u);
-  EXPECT_TRUE(shell.waitForCount(2));
-}
-
-TEST(SceneRunTest, EventThatExpiredBeforeAStopIsIgnoredByTheNextRun) {
-  ShellRecorder shell;
-  const auto scene = sceneOf({{'a', 300, true}});
+  const auto scene = sceneOf({{'c', 300, true}});
   scene->execute();
   const std::shared_ptr<Action> action = scene->actions()[0];
-  // The timer thread has taken the expired timer off its list but not yet delivered it when the
-  // scene is stopped and started again; then the late event arrives.
   TimerEventManager::getInstance()->killTimer(action->timerId());
   scene->stop();
   EXPECT_EQ(scene->execute(), 0u);
-  action->timerEvent();
+  action->timerEvent();  // the late event
   EXPECT_EQ(shell.lines(), Lines{});
   EXPECT_TRUE(action->isRunning());
-  ASSERT_TRUE(shell.waitForCount(1));  // the second run's own timer
-  EXPECT_EQ(shell.lines(), Lines{pellway("YQ")});
-}
-
-// A shell whose one command beginning with `prefix` waits until the test opens the gate.
-struct GateShell : Shell::Backend {
-  explicit GateShell(std::string prefix = "") : prefix(std::move(prefix)) {}
-  int system(const std::string& command) override {
-    if (command.rfind(prefix, 0) == 0) {
-      entered.set_value();
-      opened.get_future().wait();
-    }
-    return 0;
-  }
-  std::optional<std::string> capture(const std::string&) override { return ""; }
-  const std::string prefix;
-  std::promise<void> entered, opened;
-};
-
-TEST(SceneRunTest, SceneRebuiltAndDroppedWhileAHandlerRunsLivesUntilTheHandlerEnds) {
-  auto scene = sceneOf({{'a', 1, true}});
-  const auto gate = std::make_shared<GateShell>();
-  const auto previous = Shell::setBackend(gate);
-  scene->execute();
-  gate->entered.get_future().wait();
-  const std::weak_ptr<Action> action = scene->actions()[0];
-  const std::weak_ptr<Scene> watcher = scene;
-  scene->setActionsJson("[]");
-  EXPECT_EQ(scene->execute(), 3u);  // the rebuild lets go of the action inside its handler
-  scene.reset();
-  EXPECT_FALSE(action.expired() || watcher.expired());  // the timer thread still holds both
-  gate->opened.set_value();
-  for (int i = 0; i < 400 && !watcher.expired(); ++i) std::this_thread::sleep_for(milliseconds(5));
-  EXPECT_TRUE(action.expired() && watcher.expired());
-  Shell::setBackend(previous);
+  ASSERT_TRUE(shell.waitForCount(1));  // the second run's own timer, after the others' turns
+  EXPECT_EQ(shell.lines(), Lines{pellway("Yw")});
 }
 
 // The timer thread takes a scene's action turns under its lock, and no timer may wait for a
-// command: the scene answers while a replayed handler or the feed program runs.
-TEST(SceneRunTest, SceneAnswersWhileItsCommandRuns) {
+// command: the scene answers while a replayed handler, the feed program or an action's handler
+// runs. A scene rebuilt and dropped meanwhile lives, with the action, until the handler ends.
+TEST(SceneRunTest, SceneAnswersWhileItsCommandRunsAndLivesUntilItEnds) {
   TimerEventManager::startThread();
   const struct {
     const char *blocked, *actions, *launch;
-    bool replay;      // started by the crontab tick, else a run whose end is reported
+    bool replay;      // started by the crontab tick, else a run on the timer thread
     bool processing;  // a run is over only once its end is reported
   } cases[] = {
       {"/sbin/wifi", R"([{"thirdParty":"brelkrouter","type":"t","payload":{"command":"wifi_up"}}])",
        R"({"timer":{"time":"07:30","repeat":"1"}})", true, false},
       {"/usr/sbin/vantpost", R"([{"thirdParty":"x","type":"t","delay":1}])",
        R"({"go_home":{"mac":"AA:BB"}})", false, true},
+      {"/usr/sbin/pellway", R"([{"thirdParty":"quiro","type":"t","delay":1}])", "", false, false},
   };
   for (const auto& c : cases) {
-    auto gate = std::make_shared<GateShell>(c.blocked);
-    const std::shared_ptr<Shell::Backend> previous = Shell::setBackend(gate);
+    SCOPED_TRACE(c.blocked);
+    ShellRecorder shell;
+    std::promise<void> entered, opened;  // the command's start, and the gate the test opens
+    shell.setResult(c.blocked, [&](const std::string&) {
+      entered.set_value();
+      opened.get_future().wait();
+      return 0;
+    });
     auto scene = std::make_shared<Scene>(1, "A", c.actions, c.launch);
     auto started = std::async(std::launch::async, [&] {
       c.replay ? scene->startByCrontab(1, "07:30") : static_cast<void>(scene->execute());
     });
-    ASSERT_EQ(gate->entered.get_future().wait_for(std::chrono::seconds(5)),
-              std::future_status::ready);
+    ASSERT_EQ(entered.get_future().wait_for(std::chrono::seconds(5)), std::future_status::ready);
     auto answer = std::async(std::launch::async, [&scene] { return scene->isProcessing(); });
-    EXPECT_EQ(answer.wait_for(std::chrono::seconds(1)), std::future_status::ready) << c.blocked;
-    gate->opened.set_value();
-    EXPECT_EQ(answer.get(), c.processing) << c.blocked;
-    Shell::setBackend(previous);
+    const bool answered = answer.wait_for(std::chrono::seconds(1)) == std::future_status::ready;
+    EXPECT_TRUE(answered);
+    if (answered) {
+      EXPECT_EQ(answer.get(), c.processing);
+    }
+    const std::weak_ptr<Scene> watcher = scene;
+    std::weak_ptr<Action> action;
+    if (answered && !c.replay) {  // rebuilt (which lets go of the action once the run is over)
+      action = scene->actions()[0];
+      scene->setActionsJson("[]");
+      EXPECT_EQ(scene->execute(), c.processing ? 3505u : 3u);
+      started.wait();
+      scene.reset();
+      EXPECT_FALSE(action.expired() || watcher.expired());  // the timer thread holds both
+    }
+    opened.set_value();
+    started.wait();
+    scene.reset();
+    for (int i = 0; i < 400 && !watcher.expired(); ++i)
+      std::this_thread::sleep_for(milliseconds(5));
+    EXPECT_TRUE(action.expired() && watcher.expired());
   }
 }
 
@@ -174,6 +159,26 @@ TEST(SceneRunTest, LongRunsOfNonBlockingActionsStartWithoutDeepRecursion) {
   scene->stop();
 }
 
+// A scene keeps its reply text from one reply to the next: it must still read as the scene does
+// now after each kind of change, and lose a one-time timer launch once its instant has passed.
+TEST(SceneReplyTest, KeptReplyTextFollowsEveryChangeAndAPassingOneTimeLaunch) {
+  const int64_t at = 4102444800000;  // the launch's instant, in ms
+  const std::function<void(Scene&)> changes[] = {
+      [](Scene& scene) { scene.setId(2); },
+      [](Scene& scene) { scene.setName("B"); },
+      [](Scene& scene) { scene.setActionsJson("[]"); },
+      [](Scene& scene) { scene.setLaunchJson(R"({"go_home":{"mac":"AA"}})"); },
+  };
+  for (const auto& change : changes) {
+    Scene scene(1, "A", "[1]", R"({"timer":{"utc_time":4102444800000}})");
+    const std::string before = scene.replyText(at);
+    EXPECT_NE(before.find("\"launch\""), std::string::npos);
+    EXPECT_EQ(scene.replyText(at + 1), R"({ "id": 1, "name": "A", "action_list": [ 1 ] })");
+    change(scene);
+    EXPECT_NE(scene.replyText(at), before);
+  }
+}
+
 class SceneManagerThreadsTest : public ::testing::Test {
  protected:
   TempDir dir;
@@ -191,19 +196,16 @@ class SceneManagerThreadsTest : public ::testing::Test {
 // The first polls and the start-up are in scene/manager.t; this is the whole schedule.
 TEST_F(SceneManagerThreadsTest, WaitLoopPausesFiveSecondsTwentyTimesThenTwenty) {
   manager.ntpWaitLoop();
-  std::vector<milliseconds> expectedPauses;
-  Lines expectedLog;
-  for (int times = 1; times <= 23; ++times) {
-    expectedPauses.push_back(milliseconds(times <= 20 ? 5000 : 20000));
-    expectedLog.push_back("I SceneManager.cpp Waiting for ntp status ok, times: " +
-                          std::to_string(times) + " duration: " + (times <= 20 ? "5" : "20"));
-  }
-  expectedLog.push_back("I SceneManager.cpp Ntp status ok, now add existing alarm");
+  std::vector<milliseconds> expectedPauses(23, milliseconds(20000));
+  std::fill_n(expectedPauses.begin(), 20, milliseconds(5000));
+  EXPECT_EQ(pauses, expectedPauses);
   Lines logged;  // the manager's info lines; the timer thread may log meanwhile
   for (const std::string& entry : log.entries())
-    if (entry.rfind("I SceneManager.cpp ", 0) == 0) logged.push_back(entry);
-  EXPECT_EQ(pauses, expectedPauses);
-  EXPECT_EQ(logged, expectedLog);
+    if (entry.rfind("I SceneManager.cpp ", 0) == 0) logged.push_back(entry.substr(19));
+  ASSERT_EQ(logged.size(), 24u);
+  EXPECT_EQ(logged[19], "Waiting for ntp status ok, times: 20 duration: 5");
+  EXPECT_EQ(logged[22], "Waiting for ntp status ok, times: 23 duration: 20");
+  EXPECT_EQ(logged[23], "Ntp status ok, now add existing alarm");
   EXPECT_TRUE(manager.ntpReady());
 }
 
