@@ -152,7 +152,9 @@ TEST(TevraHelperTest, CommandsSendTheirLinesAndWakeTheTvWhenNeeded) {
     int wakes = 0, aliveChecks = 0;
     std::vector<std::string> commands, logged;  // what is to be sent and logged
     for (char letter : letters) commands.push_back(lines.at(letter));
-    shell.setOutput([&](const std::string& line) -> std::optional<std::string> {
+    // Structured bindings are captured by name: C++17 lambdas may not capture them directly.
+    shell.setOutput([&, arpAfterWakes = arpAfterWakes,
+                     aliveFrom = aliveFrom](const std::string& line) -> std::optional<std::string> {
       if (isWake(line) && ++wakes == arpAfterWakes) dir.write("arp", kArp + kTv);
       const bool answers = line == lines.at('A') && aliveFrom > 0 && ++aliveChecks >= aliveFrom;
       logged.push_back("I TevraHelper.cpp system command: " + line +
