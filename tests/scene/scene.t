@@ -80,12 +80,6 @@ $ /usr/sbin/pellway 6 'Yw'
 < { "code": 0, "msg": "" }
 > {"command":"scene_start_by_crontab","week":1,"time":"07:30"}
 < { "code": 0, "msg": "" }
-# A one-time timer whose instant has passed is left out of replies.
-> {"command":"scene_launch","id":5,"launch":{"timer":{"utc_time":5000}}}
-> {"command":"scene_launch","id":6,"launch":{"timer":{"utc_time":4102444800000}}}
-< { "code": 0, "msg": "" }
-> {"command":"get_multiple_scene_setting","start_id":5,"end_id":6}
-< { "code": 0, "msg": "", "scene_list": [ { "id": 5, "name": "off", "action_list": [ ] }, { "id": 6, "name": "no mac", "action_list": [ ], "launch": { "timer": { "utc_time": 4102444800000 } } } ] }
 # A null launch entry counts as absent: the next key is read, and with none left the launch goes.
 > {"command":"scene_launch","id":7,"launch":{"go_home":null,"leave_home":{"mac":"DD"}}}
 > {"command":"scene_launch","id":8,"launch":{"go_home":null}}
