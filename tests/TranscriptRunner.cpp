@@ -14,17 +14,18 @@
 //                      step and at the end every command run must have been expected
 // In any line {dir} is the temporary folder, {now}, {now+N}, {now-N} the time in seconds since
 // the epoch (in an expected line any second while the step ran). Directives:
-//   @file NAME TEXT    writes TEXT ("\n" for a line feed) to NAME in the folder (the store's,
-//                      where the manager reads the NTP status file "ntp.status")
 //   @result N PREFIX   commands beginning with PREFIX return N from now on
 //   @insert ID | NAME | ACTIONS [| LAUNCH]  stores a row behind the manager's back
 //   @restart           a new store and manager over the same folder: what survives
-//   @start             the manager's start-up; answers its pauses in ms
+//   @start [STATUS]    a restart, then the manager's start-up with the NTP status file
+//                      {dir}/ntp.status holding STATUS ("\n" a line feed; no file without);
+//                      answers the start-up's pauses in ms
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <regex>
@@ -81,7 +82,7 @@ class Transcript {
       if (text.find_first_not_of(" #") == 0) lines.push_back({number, text});
     shell(), log();  // recording before the store runs its first command
     TimerEventManager::startThread();
-    open();
+    restart();
     auto is = [&](size_t i, const char* kinds) {
       return i < lines.size() && std::strchr(kinds, lines[i].kind()) != nullptr;
     };
@@ -97,7 +98,10 @@ class Transcript {
   }
 
  private:
-  void open() {
+  // A new store and manager over the folder: the first ones, or what survives the old ones.
+  void restart() {
+    manager_.reset();
+    store_.reset();
     store_ = std::make_unique<DataManager>(dir_.path().string() + "/", dir_.file("factory.conf"));
     // The start-up pauses are noted; the NTP wait thread parks in its first pause for good.
     auto sleeper = [this, runner = std::this_thread::get_id()](std::chrono::milliseconds pause) {
@@ -124,21 +128,20 @@ class Transcript {
   std::string runDirective(const Line& step) {
     std::istringstream words(expand(step.text.substr(1), stepTime_));
     std::string word, first, rest;
-    words >> word >> first;
-    std::getline(words >> std::ws, rest);
+    std::getline(words >> word >> first >> std::ws, rest);
     std::smatch row;
     static const std::regex rowFields(R"(\| (.*?) \| (.*?)(?: \| (.*))?)");
-    if (word == "file") {
-      dir_.write(first, std::regex_replace(rest, std::regex(R"(\\n)"), "\n"));
-    } else if (word == "result") {
+    if (word == "result") {
       shell().setResult(rest, std::stoi(first));
     } else if (word == "insert" && std::regex_match(rest, row, rowFields)) {
       store_->insertScene(Scene(std::stoi(first), row[1], row[2], row[3]));
     } else if (word == "restart") {
-      manager_.reset();
-      store_.reset();
-      open();
+      restart();
     } else if (word == "start") {
+      std::filesystem::remove(dir_.file("ntp.status"));
+      if (!first.empty())
+        dir_.write("ntp.status", std::regex_replace(first, std::regex(R"(\\n)"), "\n"));
+      restart();
       pauses_.clear();
       manager_->start();
       // A manager whose wait thread parks in its sleeper lives on, as the daemon's does.
