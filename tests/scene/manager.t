@@ -111,7 +111,7 @@ $ /usr/sbin/pellway 6 'Mg'
 # Start-up pauses 200 ms, trusts the clock if the NTP status's first line holds OK, else polls.
 @start
 < 200
-E SceneManager.cpp Can not find ntp status file: {dir}/ntp.status
+E SceneManager.cpp Can not find ntp status file: ntp.status
 I SceneManager.cpp Waiting for ntp status ok, times: 1 duration: 5
 @start unsynchronised\nOK
 E SceneManager.cpp ===========> upper buffer: UNSYNCHRONISED
