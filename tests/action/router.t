@@ -1,6 +1,6 @@
 # Router actions: the command lines, logged at the error level, and the faults that run nothing.
 # The crontab tick runs them at once, in order. (Format: tests/TranscriptRunner.cpp.)
-> {"command":"scene_setting","name":"R","launch":{"timer":{"time":"07:30","repeat":"1"}},"action_list":[{"thirdParty":"brelkrouter","type":"t","payload":{"command":"wan_block","mac":"AA:BB:CC:DD:EE:FF"}},{"thirdParty":"brelkrouter","type":"t","payload":{"command":"wan_unblock","mac":"aa-bb-cc-dd-ee-ff"}},{"thirdParty":"brelkrouter","type":"t","payload":{"command":"wifi_down"}},{"thirdParty":"brelkrouter","type":"t","payload":{"command":"wifi_up","mac":"x;y"}},{"thirdParty":"brelkrouter","type":"t","payload":{"command":"reboot"}},{"thirdParty":"brelkrouter","type":"t","payload":"not json"},{"thirdParty":"brelkrouter","type":"t","payload":{"mac":"AA"}},{"thirdParty":"brelkrouter","type":"t","payload":{"command":"wan_unblock"}},{"thirdParty":"brelkrouter","type":"t","payload":{"command":"wan_block","mac":"AA:BB:CC:DD:EE:FG"}},{"thirdParty":"x","type":"normal_reboot"},{"thirdParty":"x","type":"normal_wan_forbidden","name":"wan","extra":{"duration":60000,"mac":"AA:BB:CC:DD:EE:FF"}},{"thirdParty":"x","type":"normal_wifi_down","extra":{"duration":600000}},{"thirdParty":"x","type":"normal_wan_forbidden","extra":{"duration":1,"mac":"$(reboot)"}},{"thirdParty":"x","type":"normal_wan_forbidden","extra":{"duration":1}},{"thirdParty":"x","type":"normal_shutdown","extra":"x"},{"thirdParty":"x","type":"normal_shutdown","extra":{}},{"thirdParty":"x","type":"normal_wan_forbidden"},{"thirdParty":"x","type":"normal_wifi_down","extra":{"mac":"AA"}},{"thirdParty":"x","type":"normal_shutdown"},{"thirdParty":"x","type":"normal_shutdown","delay":120000,"extra":{"duration":59999}},{"thirdParty":"x","type":"normal_shutdown","delay":180000,"extra":{"duration":120000}}]}
+> {"command":"scene_setting","name":"R","launch":{"timer":{"time":"07:30","repeat":"1"}},"action_list":[{"thirdParty":"brelkrouter","type":"t","payload":{"command":"wan_block","mac":"AA:BB:CC:DD:EE:FF"}},{"thirdParty":"brelkrouter","type":"t","payload":{"command":"wan_unblock","mac":"aa-bb-cc-dd-ee-ff"}},{"thirdParty":"brelkrouter","type":"t","payload":{"command":"wifi_down"}},{"thirdParty":"brelkrouter","type":"t","payload":{"command":"wifi_up","mac":"x;y"}},{"thirdParty":"brelkrouter","type":"t","payload":{"command":"reboot"}},{"thirdParty":"brelkrouter","type":"t","payload":"not json"},{"thirdParty":"brelkrouter","type":"t","payload":{"mac":"AA"}},{"thirdParty":"brelkrouter","type":"t","payload":{"command":"wan_unblock"}},{"thirdParty":"brelkrouter","type":"t","payload":{"command":"wan_block","mac":"AA:BB:CC:DD:EE:FG"}},{"thirdParty":"x","type":"normal_reboot"},{"thirdParty":"x","type":"normal_wan_forbidden","name":"wan","extra":{"duration":60000,"mac":"AA:BB:CC:DD:EE:FF"}},{"thirdParty":"x","type":"normal_wifi_down","extra":{"duration":60000}},{"thirdParty":"x","type":"normal_wan_forbidden","extra":{"duration":1,"mac":"$(reboot)"}},{"thirdParty":"x","type":"normal_wan_forbidden","extra":{"duration":1}},{"thirdParty":"x","type":"normal_shutdown","extra":"x"},{"thirdParty":"x","type":"normal_shutdown","extra":{}},{"thirdParty":"x","type":"normal_wan_forbidden"},{"thirdParty":"x","type":"normal_wifi_down","extra":{"mac":"AA"}},{"thirdParty":"x","type":"normal_shutdown"},{"thirdParty":"x","type":"normal_shutdown","delay":120000,"extra":{"duration":59999}},{"thirdParty":"x","type":"normal_shutdown","delay":180000,"extra":{"duration":120000}}]}
 < { "code": 0, "msg": "", "id": 1 }
 > {"command":"scene_start_by_crontab","week":1,"time":"07:30"}
 < { "code": 0, "msg": "" }
@@ -25,14 +25,12 @@ $ reboot_safe.sh
 $ /usr/sbin/teldra macfilter set mac=AA:BB:CC:DD:EE:FF wan=no;/usr/sbin/teldra macfilter commit
 $ /sbin/wifi down
 # A pair's second action runs "duration" later; shutdowns in whole minutes; a failure is logged.
+@result 1 /sbin/wifi
 > {"command":"scene_start_by_crontab","week":1,"time":"07:31"}
 < { "code": 0, "msg": "" }
 I Scene.cpp execute1: wan 07:30 60000ms
-$ /usr/sbin/teldra macfilter set mac=AA:BB:CC:DD:EE:FF wan=yes;/usr/sbin/teldra macfilter commit
-@result 1 /sbin/wifi
-> {"command":"scene_start_by_crontab","week":1,"time":"07:40"}
-< { "code": 0, "msg": "" }
 E Action.cpp system call error
+$ /usr/sbin/teldra macfilter set mac=AA:BB:CC:DD:EE:FF wan=yes;/usr/sbin/teldra macfilter commit
 $ /sbin/wifi
 > {"command":"scene_start_by_crontab","week":1,"time":"07:32"}
 < { "code": 0, "msg": "" }

@@ -93,8 +93,6 @@ I Scene.cpp Scene actions length is 0
 < { "code": 0, "msg": "", "id": 11 }
 > {"command":"scene_start_by_device_status","mac":"aA:bb:cc:dd:ee:ff","connected":true}
 < { "code": 0, "msg": "" }
-> {"command":"scene_start_by_device_status","mac":"AA:BB:CC:DD:EE:FF","connected":true}
-< { "code": 0, "msg": "" }
 $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "h1", "list": [ { "name": "", "keyName": "" } ] } }'
 $ /usr/sbin/pellway 6 'MQ'
 $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "h2", "list": [ { "name": "", "keyName": "" } ] } }'

@@ -28,7 +28,6 @@ I ZorvikTunnel.cpp addScene: id=7
 > {"command":"scene_update","name":"Gone","action_list":[]}
 > {"command":"scene_update","id":1,"name":"","action_list":[]}
 > {"command":"scene_launch","id":1}
-> {"command":"scene_launch","id":1,"launch":null}
 > {"command":"scene_launch","launch":{}}
 > {"command":"scene_start_by_device_status","mac":"AA"}
 > {"command":"scene_start_by_device_status","connected":true}
