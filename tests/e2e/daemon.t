@@ -35,3 +35,8 @@ $ wait; sort -n $STATE/done | awk -v asked=$asked -v answered=$answered '{ done[
 queued until the first record was done
 ran: /usr/bin/logger stat_points_none zorvik_scene_status=1:1
 ran: /usr/bin/logger stat_points_none zorvik_scene_status=1:1
+# A record still waiting for the logger outlasts a client's time-out.
+$ zorvikctl --timeout 0.5 '{"command":"scene_record_by_crontab"}'
+zorvikctl: no reply from the zorvik daemon within 0.5 s (--timeout)
+[exit 4]
+ran: /usr/bin/logger stat_points_none zorvik_scene_status=1:1

@@ -62,26 +62,23 @@ frame() {
   printf '%s\0\0\0\0\x0b\0\x01' "$1" && be32 ${#2} && printf '%s\0' "$2"
 }
 pad() { printf '{"command":"get_scene_count","pad":"%*s"}' $(($1 - 65)) "" | tr ' ' x; }
-# A Thrift message as od prints its bytes: kind and name, then each string or i32 field.
-decode='function i32(  v, i) { for (i = 0; i < 4; i++) v = v * 256 + b[p++]; return v }
-  function text(  s, k) { for (k = i32(); k > 0; k--) s = s sprintf("%c", b[p++]); return s }
-  { for (i = 1; i <= NF; i++) b[++n] = $i }
-  END { split("call reply exception", kinds); p = 5; print kinds[b[4]] " " text(); p += 4
-    while (p <= n && (t = b[p++]) != 0) { p += 2; print (t == 11 ? text() : i32()) } }'
 ask() {
-  local c got
-  { exec {c}<>/dev/tcp/127.0.0.1/9096; } 2>/dev/null || { echo refused && return; }
-  cat >&"$c" 2>/dev/null
-  for _ in $(seq "${1:-1}"); do
-    got=$(timeout 1.5 dd bs=1 count=4 status=none <&"$c" | od -An -tu4 --endian=big
-      exit "${PIPESTATUS[0]}")
-    case $?:$got in
-      124:) echo silent && break ;;
-      *:) echo closed && break ;;
-      *) timeout 2 dd bs=1 count=$((got)) status=none <&"$c" | od -An -v -tu1 | awk "$decode" ;;
-    esac
-  done
-  exec {c}>&-
+  perl -MIO::Socket::INET -MTime::HiRes=alarm -e '$SIG{PIPE} = "IGNORE"; local $/;
+    my $c = IO::Socket::INET->new("127.0.0.1:9096") or print("refused\n"), exit;
+    print $c <STDIN>;
+    $SIG{ALRM} = sub { print "silent\n"; exit };
+    for (1 .. shift) {
+      alarm 1.5;
+      read($c, my $size, 4) == 4 or print("closed\n"), exit;
+      read($c, my $message, unpack("N", $size));
+      alarm 0;
+      my ($kind, $name, $fields) = unpack("x3 C N/a x4 a*", $message);
+      print((qw(call reply exception))[$kind - 1], " $name\n");
+      while (ord($fields) != 0) {
+        ((my $value), $fields) = unpack(ord($fields) == 11 ? "x3 N/a a*" : "x3 N a*", $fields);
+        print "$value\n";
+      }
+    }' "${1:-1}"
 }
 
 fail() { echo "$case:$at: $*" && failed=1; }
