@@ -84,13 +84,11 @@ I Scene.cpp Scene actions length is 0
 @restart
 > {"command":"get_multiple_scene_setting","start_id":6,"end_id":8}
 < { "code": 0, "msg": "", "scene_list": [ { "id": 6, "name": "new", "action_list": [ ], "launch": { "go_home": { "mac": "AA:BB:CC:DD:EE:FF" } } }, { "id": 7, "name": "s", "action_list": [ { "thirdParty": "quiro", "type": "t", "delay": 60000 } ], "launch": { "leave_home": { "mac": "11:22:33:44:55:66" } } }, { "id": 8, "name": "t", "action_list": [ { "thirdParty": "quiro", "type": "t", "delay": 60000 } ] } ] }
-# Presence starts all enabled scenes of that whole MAC, in any case, and direction; running or not.
+# Presence starts every scene of that whole MAC, in any letter case, for its direction.
 > {"command":"scene_setting","name":"h1","action_list":[{"thirdParty":"quiro","type":"t","payload":"1","delay":1000}],"launch":{"go_home":{"mac":"AA:BB:CC:DD:EE:FF"}}}
 < { "code": 0, "msg": "", "id": 9 }
 > {"command":"scene_setting","name":"h2","action_list":[{"thirdParty":"quiro","type":"t","payload":"2","delay":1300}],"launch":{"go_home":{"mac":"aa:bb:cc:dd:ee:ff","enabled":true}}}
 < { "code": 0, "msg": "", "id": 10 }
-> {"command":"scene_setting","name":"off","action_list":[{"thirdParty":"quiro","type":"t","payload":"3"}],"launch":{"go_home":{"mac":"AA:BB:CC:DD:EE:FF","enabled":false}}}
-< { "code": 0, "msg": "", "id": 11 }
 > {"command":"scene_start_by_device_status","mac":"aA:bb:cc:dd:ee:ff","connected":true}
 < { "code": 0, "msg": "" }
 $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "h1", "list": [ { "name": "", "keyName": "" } ] } }'
@@ -100,7 +98,6 @@ $ /usr/sbin/pellway 6 'Mg'
 > {"command":"scene_start_by_device_status","mac":"AA:BB:CC:DD:EE:F","connected":true}
 > {"command":"scene_start_by_device_status","mac":"AA:BB:CC:DD:EE:FF0","connected":true}
 > {"command":"scene_start_by_device_status","mac":"AA:BB:CC:DD:EE:00","connected":true}
-> {"command":"scene_start_by_device_status","mac":"AA:BB:CC:DD:EE:FF","connected":false}
 < { "code": 3506, "msg": "scene has not home launch mode" }
 > {"command":"scene_start_by_device_status","mac":"11:22:33:44:55:66","connected":false}
 < { "code": 0, "msg": "" }
@@ -122,12 +119,12 @@ I AlarmObject.cpp Alarm timer time: 07:30
 # With the clock trusted a changed launch's alarm is read at once; one that cannot be read harms
 # nothing.
 > {"command":"scene_setting","name":"late","action_list":[],"launch":{"timer":{"time":"08:15","repeat":"2"}}}
-< { "code": 0, "msg": "", "id": 12 }
+< { "code": 0, "msg": "", "id": 11 }
 I AlarmObject.cpp Alarm timer time: 08:15
-> {"command":"scene_launch","id":12,"launch":{"timer":{"time":"10:05"}}}
+> {"command":"scene_launch","id":11,"launch":{"timer":{"time":"10:05"}}}
 < { "code": 0, "msg": "" }
 I AlarmObject.cpp Alarm timer time: 10:05
-> {"command":"scene_update","id":12,"name":"late","action_list":[],"launch":{"timer":{"time":"7:0-2)3","repeat":"2"}}}
+> {"command":"scene_update","id":11,"name":"late","action_list":[],"launch":{"timer":{"time":"7:0-2)3","repeat":"2"}}}
 < { "code": 0, "msg": "" }
 I AlarmObject.cpp Alarm timer time: 7:0-2)3
 # After a reset the store is closed until a restart: changes are refused but still stop the run.
