@@ -61,7 +61,6 @@ void checkNext(FuzzAlarm& alarm, const pt::ptime& now, bool) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace zorvik;
-  Env::setUp();
   const std::vector<std::string> lines = Env::lines(data, size, 4);
   const size_t zone = static_cast<uint8_t>(lines[3][0]) % std::size(kZones);  // "" picks UTC
   setenv("TZ", kZones[zone], 1);

@@ -39,7 +39,6 @@ void checkReplies(Scene& scene, int64_t nowSeconds) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace zorvik;
-  Env::setUp();
   const std::vector<std::string> lines = Env::lines(data, size, 6);
   const std::string& tick = lines[4];
   const int64_t nowSeconds = Env::number(lines[5]) % kLargestSeconds;
@@ -52,12 +51,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   scene->stop();
   scene->execute();
   scene->stop();
-  if (!Env::namesTv(lines[0])) {
-    const size_t blank = tick.find(' ');
-    const int threads = Env::threadCount();
+  if (Env::namesTv(lines[0])) return 0;
+  const size_t blank = tick.find(' ');
+  Env::runAndSettle([&] {
     scene->startByCrontab(static_cast<int32_t>(Env::number(tick)),
                           blank == std::string::npos ? "" : tick.substr(blank + 1), nowSeconds);
-    Env::waitForThreads(threads);
-  }
+  });
   return 0;
 }
