@@ -46,16 +46,6 @@ namespace {
 
 constexpr std::chrono::seconds kPatience(10);
 
-// Installed for the whole process and never removed: a late action never runs a real command.
-ShellRecorder& shell() {
-  static ShellRecorder* const recorder = new ShellRecorder();
-  return *recorder;
-}
-LogCapture& log() {
-  static LogCapture* const capture = new LogCapture();
-  return *capture;
-}
-
 template <typename Done>
 bool waitUntil(Done done) {
   for (const auto deadline = std::chrono::steady_clock::now() + kPatience; !done();) {
@@ -81,7 +71,6 @@ class Transcript {
     int number = 1;
     for (std::string text; std::getline(in, text); ++number)
       if (text.find_first_not_of(" #") == 0) lines.push_back({number, text});
-    shell(), log();  // recording before the store runs its first command
     std::filesystem::current_path(dir_.path());
     TimerEventManager::startThread();
     restart();
@@ -112,13 +101,13 @@ class Transcript {
       pauses_ += (pauses_.empty() ? "" : " ") + std::to_string(pause.count());
     };
     manager_ = std::make_shared<SceneManager>(store_.get(), "ntp.status", sleeper);
-    commandNext_ = shell().lines().size();  // the store's own start-up command is no step's
+    commandNext_ = shell_.lines().size();  // the store's own start-up command is no step's
   }
 
   void runStep(const Line& step) {
     refuseStrayCommands();
     step_ = step;
-    logStart_ = log().lines().size();
+    logStart_ = log_.lines().size();
     logNext_ = 0;
     stepTime_ = std::time(nullptr);
     answer_ = step.kind() == '>' ? ZorvikTunnel::getInstance().handleCommand(
@@ -135,7 +124,7 @@ class Transcript {
     std::smatch row;
     static const std::regex rowFields(R"(\| (.*?) \| (.*?)(?: \| (.*))?)");
     if (word == "result") {
-      shell().setResult(rest, std::stoi(first));
+      shell_.setResult(rest, std::stoi(first));
     } else if (word == "insert" && std::regex_match(rest, row, rowFields)) {
       store_->insertScene(Scene(std::stoi(first), row[1], row[2], row[3]));
     } else if (word == "restart") {
@@ -181,20 +170,20 @@ class Transcript {
 
   void expectCommand(const Line& line) {
     std::vector<std::string> run;
-    waitUntil([&] { return (run = shell().lines()).size() > commandNext_; });
+    waitUntil([&] { return (run = shell_.lines()).size() > commandNext_; });
     const std::string actual = run.size() > commandNext_ ? run[commandNext_++] : "(none)";
     if (!matches(line.body(), actual)) fail(line, "this command next", actual);
   }
 
   void refuseStrayCommands() {
-    const std::vector<std::string> run = shell().lines();
+    const std::vector<std::string> run = shell_.lines();
     for (; commandNext_ < run.size(); ++commandNext_)
       fail(step_, "no further command after this step", run[commandNext_]);
   }
 
   // The lines logged since the step, as "I ZorvikTunnel.cpp message".
   std::vector<std::string> loggedSinceStep() const {
-    const std::vector<std::string> all = log().entries();
+    const std::vector<std::string> all = log_.entries();
     return std::vector<std::string>(all.begin() + logStart_, all.end());
   }
 
@@ -219,6 +208,9 @@ class Transcript {
     failed_ = true;
   }
 
+  // Recording from the first store on, and never removed: a late action never runs a command.
+  ShellRecorder& shell_ = *new ShellRecorder();
+  LogCapture& log_ = *new LogCapture();
   std::string path_;
   bool failed_ = false;
   TempDir dir_;

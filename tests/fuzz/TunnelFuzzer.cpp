@@ -18,13 +18,11 @@
 namespace zorvik {
 namespace {
 
-using Env = FuzzEnvironment;
-
 // What a client sees of each scene of a manager, by id.
 std::map<int32_t, std::string> viewOf(SceneManager& manager) {
-  const Json::Document reply = Env::requireObject(manager.getAllScenes(), "code");
+  const Json::Document reply = fuzz::requireObject(manager.getAllScenes(), "code");
   json_object* list = Json::member(reply.get(), "scene_list");
-  Env::require(json_object_is_type(list, json_type_array));
+  fuzz::require(json_object_is_type(list, json_type_array));
   std::map<int32_t, std::string> view;
   for (size_t i = 0; i < json_object_array_length(list); ++i) {
     json_object* scene = json_object_array_get_idx(list, i);
@@ -46,23 +44,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       "/zorvik-fuzz-" + std::to_string(getpid()) + "/";
   const std::string factory = folder + "factory.conf";  // never there: nothing seeds
   TimerEventManager::startThread();                     // once per process
-  Env::runAndSettle([&] {
+  fuzz::runAndSettle([&] {
     DataManager store(folder, factory);
     SceneManager manager(&store, "");
     manager.addExistingAlarms();  // a trusted clock: every edit re-reads the scene's alarm
     bool storeReset = false;
-    for (const std::string& request : Env::lines(data, size, 1)) {
-      if (Env::namesTv(request)) continue;
-      Env::requireObject(ZorvikTunnel::getInstance().handleCommand(request, manager), "code");
+    for (const std::string& request : fuzz::lines(data, size, 1)) {
+      if (fuzz::namesTv(request)) continue;
+      fuzz::requireObject(ZorvikTunnel::getInstance().handleCommand(request, manager), "code");
       const Json::Document parsed = Json::parse(request);
       storeReset |= Json::text(Json::member(parsed.get(), "command")) == "reset_scenes";
     }
     const auto registered = viewOf(manager);
-    for (const auto& [id, view] : registered) Env::requireObject(manager.stopScene(id), "code");
-    Env::require(TimerEventManager::getInstance()->pendingTimers().empty());
+    for (const auto& [id, view] : registered) fuzz::requireObject(manager.stopScene(id), "code");
+    fuzz::require(TimerEventManager::getInstance()->pendingTimers().empty());
     DataManager reopened(folder, factory);
     SceneManager restarted(&reopened, "");
-    Env::require(storeReset || viewOf(restarted) == registered);
+    fuzz::require(storeReset || viewOf(restarted) == registered);
   });
   fs::remove_all(folder);
   return 0;
