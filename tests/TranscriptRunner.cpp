@@ -107,7 +107,7 @@ class Transcript {
   void runStep(const Line& step) {
     refuseStrayCommands();
     step_ = step;
-    logStart_ = log_.lines().size();
+    log_.clear();
     logNext_ = 0;
     stepTime_ = std::time(nullptr);
     answer_ = step.kind() == '>' ? ZorvikTunnel::getInstance().handleCommand(
@@ -151,14 +151,14 @@ class Transcript {
     if (line.kind() == '$') expectCommand(line);
     if (std::strchr("IDE", line.kind())) expectLog(line);
     if (line.kind() != '!') return;
-    for (const std::string& logged : loggedSinceStep())
+    for (const std::string& logged : log_.entries())
       if (logged.rfind(line.body(), 0) == 0) fail(line, "no such log line", logged);
   }
 
   void expectLog(const Line& line) {
     std::vector<std::string> logged;
     const bool found = waitUntil([&] {
-      logged = loggedSinceStep();
+      logged = log_.entries();
       for (size_t i = logNext_; i < logged.size(); ++i)
         if (matches(line.text, logged[i])) return logNext_ = i + 1, true;
       return false;
@@ -179,12 +179,6 @@ class Transcript {
     const std::vector<std::string> run = shell_.lines();
     for (; commandNext_ < run.size(); ++commandNext_)
       fail(step_, "no further command after this step", run[commandNext_]);
-  }
-
-  // The lines logged since the step, as "I ZorvikTunnel.cpp message".
-  std::vector<std::string> loggedSinceStep() const {
-    const std::vector<std::string> all = log_.entries();
-    return std::vector<std::string>(all.begin() + logStart_, all.end());
   }
 
   bool matches(const std::string& expected, const std::string& actual) const {
@@ -217,10 +211,9 @@ class Transcript {
   std::unique_ptr<DataManager> store_;
   std::shared_ptr<SceneManager> manager_;
   Line step_{0, ">"};
-  std::string answer_;   // the step's reply, or a directive's answer
-  std::string pauses_;   // the start-up pauses, in ms
-  size_t logStart_ = 0;  // the step's first log line
-  size_t logNext_ = 0;   // where the next expected log line is looked for, from logStart_
+  std::string answer_;  // the step's reply, or a directive's answer
+  std::string pauses_;  // the start-up pauses, in ms
+  size_t logNext_ = 0;  // where the next expected log line (since the step) is looked for
   size_t commandNext_ = 0;
   std::time_t stepTime_ = 0, stepEnd_ = 0;  // when the step began and ended, in seconds
 };
