@@ -21,17 +21,6 @@ overlay() {
   mount -t overlay "zorvik-$2" -o "lowerdir=$1,upperdir=$state/$2-upper,workdir=$state/$2-work" "$1"
 }
 
-# syslog() blocks once a few datagrams lie unread: a drain reads /dev/log while the sandbox lives.
-private_dev() {
-  mount -t tmpfs -o mode=755,nosuid zorvik-dev /dev
-  mknod -m 666 /dev/null c 1 3
-  mknod -m 666 /dev/urandom c 1 9
-  perl -MSocket -e 'socket(S, PF_UNIX, SOCK_DGRAM, 0) && bind(S, pack_sockaddr_un("/dev/log"))
-    or die "/dev/log: $!\n"; $| = 1;
-    while (defined recv(S, $m, 65536, 0)) { $m =~ s/^<\d+>.*?\]: //; print $m }' >>"$1" 2>&1 &
-  while [ ! -S /dev/log ]; do sleep 0.05; done
-}
-
 start_daemon() {
   out=$inside/daemon/$1
   (
@@ -58,7 +47,14 @@ mount --bind "$state/etc-zorvik" /etc/zorvik
 touch /usr/sbin/zorvik
 mount --bind "$2" /usr/sbin/zorvik
 mount --bind "$state" "$inside"
-private_dev "$inside/syslog"
+# syslog() blocks once a few datagrams lie unread: a drain reads /dev/log while the sandbox lives.
+mount -t tmpfs -o mode=755,nosuid zorvik-dev /dev
+mknod -m 666 /dev/null c 1 3
+mknod -m 666 /dev/urandom c 1 9
+perl -MSocket -e 'socket(S, PF_UNIX, SOCK_DGRAM, 0) && bind(S, pack_sockaddr_un("/dev/log"))
+  or die "/dev/log: $!\n"; $| = 1; while (defined recv(S, $m, 65536, 0)) {
+  $m =~ s/^<\d+>.*?\]: //; print $m }' >>"$inside/syslog" 2>&1 &
+while [ ! -S /dev/log ]; do sleep 0.05; done
 if [ "${3-}" = --private-net ]; then
   ip link set lo up
   ip link add br-lan type bridge
