@@ -10,9 +10,9 @@ silent
 silent
 silent
 $ grep -o 'exception: .*Bad version identifier\|frame size too short' $STATE/daemon/zorvik.stderr
+> grep -i thrift $STATE/syslog || echo "no Thrift line in the log"
 exception: N6apache6thrift8protocol18TProtocolExceptionE: Bad version identifier
 frame size too short
-$ grep -i thrift $STATE/syslog || echo "no Thrift line in the log"
 no Thrift line in the log
 # Calls up to 64 KiB are served; a longer frame closes the connection.
 $ for size in 65536 65537; do frame request "$(pad $size)" | ask; done

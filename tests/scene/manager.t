@@ -11,6 +11,7 @@
 < { "code": 3501, "msg": "update database failed" }
 > {"command":"scene_delete","id":29999}
 < { "code": 0, "msg": "" }
+I ZorvikTunnel.cpp removeScene: id=29999
 > {"command":"scene_setting","id":29999,"name":"a","action_list":[]}
 < { "code": 0, "msg": "", "id": 1 }
 > {"command":"scene_setting","name":"c","action_list":[]}
@@ -54,6 +55,7 @@ $ logger stat_points_none "zorvik_scene_status=2:1|3:1|4:1|5:0"
 < { "code": 0, "msg": "", "id": 6 }
 > {"command":"scene_start","id":6}
 < { "code": 0, "msg": "" }
+I ZorvikTunnel.cpp startScene: id=6
 > {"command":"scene_stop","id":6}
 > {"command":"scene_stop","id":6}
 < { "code": 0, "msg": "" }

@@ -38,7 +38,7 @@ I ZorvikTunnel.cpp addScene: id=7
 > {"command":"get_scene_setting"}
 < { "code": 0, "msg": "", "scene_list": [ { "id": 1, "name": "Night", "action_list": [ { "thirdParty": "system", "type": "t", "payload": "a\/b" } ], "launch": { "go_home": { "mac": "AA:BB" } } }, { "id": 2, "name": "Day", "action_list": [ ] } ] }
 I ZorvikTunnel.cpp get all scenes
-# Every other command, each with its line; scene 9 does not exist.
+# Every other command with its line (start's, delete's: manager.t); scene 9 does not exist.
 > {"command":"scene_update","id":1,"name":"Morning","action_list":[{"thirdParty":"quiro","type":"t"}],"launch":{"timer":{}}}
 < { "code": 0, "msg": "" }
 I ZorvikTunnel.cpp updateScene: id=1, name=Morning
@@ -53,9 +53,6 @@ I ZorvikTunnel.cpp getSingleScene: id=9
 > {"command":"get_multiple_scene_setting","start_id":2,"end_id":5}
 < { "code": 0, "msg": "", "scene_list": [ { "id": 2, "name": "Day", "action_list": [ ] } ] }
 I ZorvikTunnel.cpp getMultipleScene: startId=2, endId=5
-> {"command":"scene_start","id":9}
-< { "code": 3502, "msg": "scene not found" }
-I ZorvikTunnel.cpp startScene: id=9
 > {"command":"scene_stop","id":9}
 < { "code": 3502, "msg": "scene not found" }
 I ZorvikTunnel.cpp stopScene: id=9
@@ -65,9 +62,6 @@ I ZorvikTunnel.cpp setSceneLaunch: id=9, launch={ "leave_home": { "mac": "AA" } 
 > {"command":"scene_launch_delete","id":9}
 < { "code": 3502, "msg": "scene not found" }
 I ZorvikTunnel.cpp removeSceneLaunch: id=9
-> {"command":"scene_delete","id":9}
-< { "code": 3502, "msg": "scene not found" }
-I ZorvikTunnel.cpp removeScene: id=9
 > {"command":"is_scene_processing","id":9}
 < { "code": 3502, "msg": "scene not found" }
 I ZorvikTunnel.cpp isSceneProcessing: id=9
