@@ -4,7 +4,8 @@ argc is 1, argv is NULL? 0
 run server accept all connections.
 TNonblockingServer: Serving with 1 io threads.
 ran: /usr/sbin/nvram get model
-log: [ZORVIK INFO DataManager.cpp:NN]Create Database folder at: /etc/zorvik/
+$ within "grep -q Create $STATE/syslog"; sed -n 's/cpp:[0-9]*]Create/cpp:NN]Create/p' $STATE/syslog
+[ZORVIK INFO DataManager.cpp:NN]Create Database folder at: /etc/zorvik/
 $ (: </dev/tcp/192.168.31.1/9096) 2>/dev/null || echo "192.168.31.1 refuses"
 192.168.31.1 refuses
 $ { frame Request '{"command":"get_scene_count"}'; frame request '{"command":"nope"}'; } | ask 2

@@ -5,13 +5,13 @@
 #   $ COMMAND   bash in the sandbox's network, BIN_DIRs on PATH; "> MORE" lines continue it
 #   OUTPUT      the command's standard output and error, line by line, exactly, then
 #               "[exit N]" when its exit status N is not 0
-#   log: LINE   a line the daemon logs after the one matched last; "file.cpp:NN]" is any number
 #   ran: CALL   the next call of a stub program or sibling service, exactly; if a case has ran:
 #               lines, no call may be left unchecked at its end
 #   # TEXT      a comment (as are blank lines)
-# Commands see $STATE (the sandbox's folder), $PROC (/proc of the instance started last) and:
-# start NAME [NOFILE] (an instance, answering), stop NAME (SIGKILL), ended NAME (prints its exit
-# status and standard error), frame METHOD TEXT (a framed call), pad SIZE (a get_scene_count
+# Commands see $STATE (the sandbox's folder; its syslog holds the daemon's log), $PROC (/proc of
+# the instance started last) and: start NAME [NOFILE] (an instance, answering), stop NAME
+# (SIGKILL), ended NAME (prints its exit status and standard error), within CODE (runs CODE until
+# it succeeds, for up to 10 s), frame METHOD TEXT (a framed call), pad SIZE (a get_scene_count
 # request whose call is SIZE bytes) and ask [N] (sends standard input on a connection of its
 # own and prints, N times, the reply's kind, name and fields, "silent" or "closed").
 here=$(cd "$(dirname "$0")" && pwd)
@@ -42,7 +42,7 @@ fi
 
 export LC_ALL=C PATH=$(IFS=:; echo "$*"):$PATH
 trap 'kill -9 $(jobs -p) 2>/dev/null; [ "$at" = end ] || echo "$case:$at: the case ended here"' EXIT
-failed=0 logs=0 calls=0 command= line=0 at=0 expected=()
+failed=0 calls=0 command= line=0 at=0 expected=()
 
 ended() {
   within "[ -e '$STATE/daemon/$1.status' ]"
@@ -82,7 +82,6 @@ ask() {
 }
 
 fail() { echo "$case:$at: $*" && failed=1; }
-mask() { sed -E 's/\.(cpp|h):[0-9]+\]/.\1:NN]/'; }
 run_command() {
   [ -n "$command" ] || return 0
   if [ ${#expected[@]} -gt 0 ]; then printf '%s\n' "${expected[@]}"; fi >"$STATE/expected"
@@ -91,19 +90,16 @@ run_command() {
   command= expected=()
 }
 within() { for _ in $(seq 100); do eval "$1" && return; sleep 0.1; done; false; }  # 10 s
-logged() { tail -n +$((logs + 1)) "$STATE/syslog" | mask | grep -n -m1 -xF -- "$(mask <<<"$1")"; }
 
 start zorvik || fail "no daemon"
 while IFS= read -r text || [ -n "$text" ]; do
   line=$((line + 1))
   case $text in
     '> '*) command+=$'\n'${text#> } && continue ;;
-    '$ '* | 'log: '* | 'ran: '* | '#'* | '') run_command && at=$line ;;
+    '$ '* | 'ran: '* | '#'* | '') run_command && at=$line ;;
   esac
   case $text in
     '$ '*) command=${text#\$ } ;;
-    'log: '*) within 'found=$(logged "${text#log: }")' && logs=$((logs + ${found%%:*})) ||
-      fail "not logged: ${text#log: }" ;;
     'ran: '*) within 'got=$(sed -n "$((calls + 1))p" "$STATE/calls.log") && [ -n "$got" ]'
       calls=$((calls + 1))
       [ "$got" = "${text#ran: }" ] || fail "ran: ${got:-nothing}"$'\n'"expected: ${text#ran: }" ;;

@@ -3,8 +3,6 @@
 # call, "<program as invoked> <arguments>", to calls.log, then sleeps as many seconds as
 # stub/NAME.delay holds, if there is one, and succeeds.
 sandbox=/usr/lib/zorvik-sandbox
-name=${0##*/}
-call=$0
-[ $# -eq 0 ] || call="$0 $*"
-printf '%s\n' "$call" >>"$sandbox/calls.log"
-[ ! -f "$sandbox/stub/$name.delay" ] || sleep "$(cat "$sandbox/stub/$name.delay")"
+delay=$sandbox/stub/${0##*/}.delay
+printf '%s\n' "$0${*:+ $*}" >>"$sandbox/calls.log"
+[ ! -f "$delay" ] || sleep "$(cat "$delay")"

@@ -42,10 +42,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const std::string folder =
       (fs::is_directory("/dev/shm") ? "/dev/shm" : fs::temp_directory_path()).string() +
       "/zorvik-fuzz-" + std::to_string(getpid()) + "/";
-  const std::string factory = folder + "factory.conf";  // never there: nothing seeds
   TimerEventManager::startThread();                     // once per process
   fuzz::runAndSettle([&] {
-    DataManager store(folder, factory);
+    DataManager store(folder, "");  // no factory scenes to seed
     SceneManager manager(&store, "");
     manager.addExistingAlarms();  // a trusted clock: every edit re-reads the scene's alarm
     bool storeReset = false;
@@ -58,7 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto registered = viewOf(manager);
     for (const auto& [id, view] : registered) fuzz::requireObject(manager.stopScene(id), "code");
     fuzz::require(TimerEventManager::getInstance()->pendingTimers().empty());
-    DataManager reopened(folder, factory);
+    DataManager reopened(folder, "");
     SceneManager restarted(&reopened, "");
     fuzz::require(storeReset || viewOf(restarted) == registered);
   });
