@@ -3,6 +3,7 @@
 # No scene: nothing is recorded.
 > {"command":"scene_record_by_crontab"}
 < { "code": 0, "msg": "" }
+I ZorvikTunnel.cpp recordSceneByCrontab
 ! I SceneManager.cpp
 # Below 30000 the manager picks the id, the largest one + 1, up to 29999 (here an older row's).
 @insert 29999 | old | []
@@ -30,6 +31,7 @@ I ZorvikTunnel.cpp removeScene: id=29999
 < { "code": 3501, "msg": "update database failed" }
 > {"command":"get_multiple_scene_setting","start_id":3,"end_id":30000}
 < { "code": 0, "msg": "", "scene_list": [ { "id": 3, "name": "d", "action_list": [ ] }, { "id": 30000, "name": "big", "action_list": [ ] } ] }
+I ZorvikTunnel.cpp getMultipleScene: startId=3, endId=30000
 > {"command":"scene_delete","id":30000}
 > {"command":"scene_delete","id":2147483647}
 < { "code": 0, "msg": "" }
@@ -146,3 +148,4 @@ I AlarmObject.cpp Alarm timer time: 7:0-2)3
 @restart
 > {"command":"get_scene_count"}
 < { "code": 0, "msg": "", "count": 0 }
+I ZorvikTunnel.cpp get scenes count

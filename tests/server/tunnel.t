@@ -38,7 +38,7 @@ I ZorvikTunnel.cpp addScene: id=7
 > {"command":"get_scene_setting"}
 < { "code": 0, "msg": "", "scene_list": [ { "id": 1, "name": "Night", "action_list": [ { "thirdParty": "system", "type": "t", "payload": "a\/b" } ], "launch": { "go_home": { "mac": "AA:BB" } } }, { "id": 2, "name": "Day", "action_list": [ ] } ] }
 I ZorvikTunnel.cpp get all scenes
-# Every other command with its line (start's, delete's: manager.t); scene 9 does not exist.
+# The other commands with their lines (those manager.t uses: there); scene 9 does not exist.
 > {"command":"scene_update","id":1,"name":"Morning","action_list":[{"thirdParty":"quiro","type":"t"}],"launch":{"timer":{}}}
 < { "code": 0, "msg": "" }
 I ZorvikTunnel.cpp updateScene: id=1, name=Morning
@@ -50,9 +50,6 @@ I ZorvikTunnel.cpp getSingleScene: id=1
 > {"command":"get_single_scene_setting","id":"9abc"}
 < { "code": 0, "msg": "" }
 I ZorvikTunnel.cpp getSingleScene: id=9
-> {"command":"get_multiple_scene_setting","start_id":2,"end_id":5}
-< { "code": 0, "msg": "", "scene_list": [ { "id": 2, "name": "Day", "action_list": [ ] } ] }
-I ZorvikTunnel.cpp getMultipleScene: startId=2, endId=5
 > {"command":"scene_stop","id":9}
 < { "code": 3502, "msg": "scene not found" }
 I ZorvikTunnel.cpp stopScene: id=9
@@ -65,13 +62,6 @@ I ZorvikTunnel.cpp removeSceneLaunch: id=9
 > {"command":"is_scene_processing","id":9}
 < { "code": 3502, "msg": "scene not found" }
 I ZorvikTunnel.cpp isSceneProcessing: id=9
-> {"command":"get_scene_count"}
-< { "code": 0, "msg": "", "count": 2 }
-I ZorvikTunnel.cpp get scenes count
-> {"command":"scene_record_by_crontab"}
-< { "code": 0, "msg": "" }
-I ZorvikTunnel.cpp recordSceneByCrontab
-$ logger stat_points_none "zorvik_scene_status=1:1|2:1"
 # "connected" is read as a boolean whatever its JSON type.
 > {"command":"scene_start_by_device_status","mac":"AA","connected":true}
 > {"command":"scene_start_by_device_status","mac":"AA","connected":"false"}
