@@ -44,7 +44,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   scene->clearActions();
   scene->parseActions();
   checkReplies(*scene, nowSeconds);
-  // Line 4 is "1" or "0" for connected, then the MAC.
   scene->startByDeviceStatus(lines[3].empty() ? "" : lines[3].substr(1), lines[3][0] == '1');
   scene->stop();
   scene->execute();

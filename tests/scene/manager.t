@@ -4,7 +4,6 @@
 > {"command":"scene_record_by_crontab"}
 < { "code": 0, "msg": "" }
 I ZorvikTunnel.cpp recordSceneByCrontab
-! I SceneManager.cpp
 # Below 30000 the manager picks the id, the largest one + 1, up to 29999 (here an older row's).
 @insert 29999 | old | []
 @restart
@@ -140,7 +139,6 @@ I AlarmObject.cpp Alarm timer time: 7:0-2)3
 > {"command":"scene_launch_delete","id":7}
 > {"command":"scene_delete","id":7}
 < { "code": 3501, "msg": "update database failed" }
-! I ZorvikTunnel.cpp updateScene: launch=
 > {"command":"get_multiple_scene_setting","start_id":7,"end_id":7}
 < { "code": 0, "msg": "", "scene_list": [ { "id": 7, "name": "s", "action_list": [ { "thirdParty": "quiro", "type": "t", "delay": 60000 } ], "launch": { "leave_home": { "mac": "11:22:33:44:55:66" } } } ] }
 > {"command":"is_scene_processing","id":7}

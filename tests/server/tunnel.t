@@ -63,7 +63,6 @@ I ZorvikTunnel.cpp removeSceneLaunch: id=9
 < { "code": 3502, "msg": "scene not found" }
 I ZorvikTunnel.cpp isSceneProcessing: id=9
 # "connected" is read as a boolean whatever its JSON type.
-> {"command":"scene_start_by_device_status","mac":"AA","connected":true}
 > {"command":"scene_start_by_device_status","mac":"AA","connected":"false"}
 < { "code": 3506, "msg": "scene has not home launch mode" }
 I ZorvikTunnel.cpp startSceneByDeviceStatus: mac=AA, connected=1
