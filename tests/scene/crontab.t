@@ -6,6 +6,7 @@
 > {"command":"scene_setting","name":"off","action_list":[{"thirdParty":"quiro","type":"t"}],"launch":{"timer":{"time":"07:30","repeat":"1,3","enabled":false}}}
 > {"command":"scene_setting","name":"N","action_list":[{"thirdParty":"quiro","type":"t","payload":"c","delay":1200000}],"launch":{"timer":{"time":"23:50","repeat":"6"}}}
 > {"command":"scene_setting","name":"no colon","action_list":[{"thirdParty":"quiro","type":"t","delay":60000}],"launch":{"timer":{"time":"0730","repeat":"0,1,2,3,4,5,6"}}}
+! E
 # Nothing is due: another weekday or minute, a time without a colon (at 07:30 "off" stays off).
 > {"command":"scene_start_by_crontab","week":2,"time":"07:30"}
 > {"command":"scene_start_by_crontab","week":1,"time":"07:31"}
@@ -32,6 +33,7 @@ $ /usr/sbin/pellway 6 'Yw'
 # Numbers at their edges: the largest weekday counts modulo 7; time texts may hold any number.
 > {"command":"scene_setting","name":"F","action_list":[{"thirdParty":"quiro","type":"t","payload":"e","delay":60000}],"launch":{"timer":{"time":"0:2147483647","repeat":"1"}}}
 > {"command":"scene_setting","name":"G","action_list":[{"thirdParty":"quiro","type":"t","payload":"f","delay":2147483647}],"launch":{"timer":{"time":"2147483645:37","repeat":"6"}}}
+! E
 > {"command":"scene_start_by_crontab","week":2147483647,"time":"02:08"}
 < { "code": 0, "msg": "" }
 $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "F", "list": [ { "name": "", "keyName": "" } ] } }'

@@ -113,6 +113,7 @@ E SceneManager.cpp Can not find ntp status file: ntp.status
 I SceneManager.cpp Waiting for ntp status ok, times: 1 duration: 5
 @start unsynchronised\nOK
 E SceneManager.cpp ===========> upper buffer: UNSYNCHRONISED
+I SceneManager.cpp Waiting for ntp status ok, times: 1 duration: 5
 @start ntp_ok\nsecond
 < 200
 E SceneManager.cpp ===========> upper buffer: NTP_OK
