@@ -21,16 +21,6 @@ overlay() {
   mount -t overlay "zorvik-$2" -o "lowerdir=$1,upperdir=$state/$2-upper,workdir=$state/$2-work" "$1"
 }
 
-start_daemon() {
-  out=$inside/daemon/$1
-  (
-    set +e
-    [ -z "$2" ] || ulimit -n "$2"
-    sh -c 'echo $$ >"$1.pid"; exec /usr/sbin/zorvik' - "$out" >"$out.stdout" 2>"$out.stderr"
-    echo $? >"$out.new" && mv "$out.new" "$out.status"
-  ) 3<&- &
-}
-
 overlay /usr usr
 overlay /etc etc
 [ -L /sbin ] || overlay /sbin sbin
@@ -72,9 +62,15 @@ mkfifo "$inside/control"
 exec 3<>"$inside/control"
 : >"$inside/ready"
 while read -r verb name limit <&3; do
+  out=$inside/daemon/$name
   case $verb in
-    start) start_daemon "$name" "$limit" ;;
-    stop) kill -9 "$(cat "$inside/daemon/$name.pid")" 2>/dev/null || true ;;
+    start) (
+      set +e
+      [ -z "$limit" ] || ulimit -n "$limit"
+      sh -c 'echo $$ >"$1.pid"; exec /usr/sbin/zorvik' - "$out" >"$out.stdout" 2>"$out.stderr"
+      echo $? >"$out.new" && mv "$out.new" "$out.status"
+    ) 3<&- & ;;
+    stop) kill -9 "$(cat "$out.pid")" 2>/dev/null || true ;;
     *) echo "sandbox.sh: unknown command $verb" >&2 ;;
   esac
 done
