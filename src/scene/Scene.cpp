@@ -52,7 +52,7 @@ Scene::Scene(int32_t id, std::string name, std::string actionsJson, std::string 
 Scene::~Scene() = default;
 
 bool Scene::clearAlarm() {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   launchJson_.clear();
   parseLaunch();
   return true;
@@ -64,63 +64,57 @@ void Scene::onAlarm() {
 }
 
 bool Scene::isAlarmEnabled() {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return isEnabled();
 }
 
 bool Scene::hasUsableAlarm() {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return isEnabled() && isValid();
 }
 
 void Scene::setId(int32_t id) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   id_.store(id, std::memory_order_relaxed);
   replyForms_.reset();
 }
 
 std::string Scene::name() const {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return name_;
 }
 
 void Scene::setName(std::string name) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   name_ = std::move(name);
   replyForms_.reset();
 }
 
 std::string Scene::actionsJson() const {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return actionsJson_;
 }
 
 void Scene::setActionsJson(std::string actionsJson) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   actionsJson_ = std::move(actionsJson);
   actionsDirty_ = true;
   replyForms_.reset();
 }
 
 std::string Scene::launchJson() const {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return launchJson_;
 }
 
 void Scene::setLaunchJson(std::string launchJson) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   launchJson_ = std::move(launchJson);
   parseLaunch();
 }
 
-std::optional<HomeLaunch> Scene::homeLaunch() const {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  if (!homeLaunch_) return std::nullopt;
-  return *homeLaunch_;
-}
-
 void Scene::parseLaunch() {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   replyForms_.reset();
   homeLaunch_.reset();
   setAlarmText("");
@@ -152,18 +146,18 @@ void Scene::parseLaunch() {
 }
 
 void Scene::clearActions() {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   actions_.clear();
 }
 
 void Scene::parseActions() {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   actions_ = ActionListParser::parse(actionsJson_, weak_from_this());
   actionsDirty_ = false;
 }
 
 json_object* Scene::toJson(int64_t nowMs) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   json_object* object = json_object_new_object();
   json_object_object_add(object, "id", json_object_new_int(id()));
   json_object_object_add(object, "name", json_object_new_string(name_.c_str()));
@@ -190,7 +184,7 @@ bool Scene::isLaunchGoneAt(int64_t nowMs) {
 std::string Scene::replyText() { return replyText(currentTimeMs()); }
 
 std::string Scene::replyText(int64_t nowMs) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   if (!replyForms_) {
     ReplyForms forms;
     forms.launchShown = Json::takeText(toJson(kBeforeEveryAlarm));
@@ -202,7 +196,7 @@ std::string Scene::replyText(int64_t nowMs) {
 }
 
 uint32_t Scene::execute() {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   if (processing_) return kSceneIsProcessing;
   finishedCount_ = 0;
   processing_ = true;
@@ -236,7 +230,7 @@ void Scene::rebuildActionsIfDirty() {
 }
 
 void Scene::stop() {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   if (!processing_) return;
   for (const std::shared_ptr<Action>& action : actions_) {
     if (action->isRunning()) action->killTimer();
@@ -246,22 +240,22 @@ void Scene::stop() {
 }
 
 bool Scene::isProcessing() const {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return processing_;
 }
 
 uint32_t Scene::finishedCount() const {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return finishedCount_;
 }
 
 size_t Scene::actionCount() const {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return actions_.size();
 }
 
 std::vector<std::shared_ptr<Action>> Scene::actions() const {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return actions_;
 }
 
@@ -271,20 +265,11 @@ Action* Scene::successorOf(const Action& action) const {
 }
 
 void Scene::onActionStarted(Action* action) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   if (!action->block()) successorToStart_ = successorOf(*action);
 }
 
-void Scene::onActionFinished(Action* action, bool report) {
-  std::optional<RunReport> runEnd;
-  {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
-    runEnd = finishAction(action, report);
-  }
-  if (runEnd) reportRunEnd(*runEnd);
-}
-
-std::optional<Scene::RunReport> Scene::finishAction(Action* action, bool report) {
+std::optional<Scene::RunReport> Scene::onActionFinished(Action* action, bool report) {
   Action* next = successorOf(*action);
   if (next != nullptr && action->block()) startActionsFrom(next);
   ++finishedCount_;
@@ -296,25 +281,25 @@ std::optional<Scene::RunReport> Scene::finishAction(Action* action, bool report)
 
 void Scene::reportRunEnd(const RunReport& report) {
   ZSHELL_RUN(kLogInfo, report.feedCommand);
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   if (runNumber_ == report.run) processing_ = false;
 }
 
 bool Scene::finishFiredAction(Action& action) {
   std::optional<RunReport> runEnd;
   {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    MutexLock lock(mutex_);
     const bool cancelled = action.takeCancelledFiring();
     if (cancelled || !action.isRunning()) return false;
     action.TimerObject::timerEvent();
-    runEnd = finishAction(&action, !launchJson_.empty());
+    runEnd = onActionFinished(&action, !launchJson_.empty());
   }
   if (runEnd) reportRunEnd(*runEnd);
   return true;
 }
 
 std::string Scene::buildStatusMessage() const {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   json_object* list = json_object_new_array();
   if (!actions_.empty()) {
     json_object* first = json_object_new_object();
@@ -338,7 +323,7 @@ std::string Scene::feedCommand() const {
 }
 
 bool Scene::startByDeviceStatus(const std::string& mac, bool connected) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   if (!homeLaunch_ || !homeLaunch_->enabled) return false;
   const std::string& expected = homeLaunch_->mac;
   if (mac.size() != expected.size()) return false;
@@ -366,7 +351,7 @@ void Scene::startByCrontab(int32_t week, const std::string& time, int64_t nowSec
 
 std::vector<Scene::Replay> Scene::crontabReplays(int32_t week, const std::string& time,
                                                  int64_t nowSeconds) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   rebuildActionsIfDirty();
   std::vector<Replay> replays;
   if (isEnabled() && !actions_.empty()) {

@@ -12,17 +12,21 @@
 // the timer thread holds an owner of the action and of its scene while the action's handler runs,
 // so a scene stopped, re-run or dropped meanwhile is never freed under it.
 //
-// Threading: the recursive `mutex_` guards every field of the scene but the id, and the
-// AlarmObject part: the scene reads and writes its alarm only under it, and others ask about the
-// alarm through isAlarmEnabled() and hasUsableAlarm(), which take it. AlarmObject's own accessors
-// are hidden from the scene's users for that reason: the manager asks under its own lock, which
-// the crontab replay does not hold. Only the alarm manager would reach the alarm part without
-// the scene's lock, through AlarmObject; the daemon never hands it a scene. The lock is taken by
-// the operations below on the RPC worker threads and by the action callbacks on the timer thread.
-// Nothing slow runs under it: the action handlers, the crontab replay's handlers and the feed
-// command are decided under the lock and run after it is released, so a handler that takes minutes
-// holds up neither requests nor the timer thread on this scene. The id is atomic: the manager reads
-// it for every scene it passes while looking one up.
+// Threading: `mutex_` guards every field of the scene but the id, and the AlarmObject part: the
+// scene reads and writes its alarm only under it (Clang checks both, see server/Mutex.h), and
+// others ask about the alarm through isAlarmEnabled() and hasUsableAlarm(), which take it.
+// AlarmObject's own accessors are hidden from the scene's users for that reason. Only the alarm
+// manager would reach the alarm part without the scene's lock, through AlarmObject; the daemon
+// never hands it a scene. The lock is taken by the operations below, called from the RPC worker
+// threads and the scene manager's start-up, and by the action callbacks on the timer thread. It is
+// recursive: starting an action calls back into the scene (execute -> Action::execute ->
+// onActionStarted), and operations call one another under it. Lock order: the scene manager's lock,
+// then this one (the store also takes it under its own, filling a scene), then the timer manager's
+// (arming and killing action timers) and the log's; the scene never takes the manager's or the
+// store's. Nothing slow runs under it: the action handlers, the crontab replay's handlers and the
+// feed command are decided under the lock and run after it is released, so a handler that takes
+// minutes holds up neither requests nor the timer thread on this scene. The id is atomic: the
+// manager reads it for every scene it passes while looking one up, without this lock.
 #ifndef ZORVIK_SCENE_SCENE_H_
 #define ZORVIK_SCENE_SCENE_H_
 
@@ -31,11 +35,11 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "server/Mutex.h"
 #include "timer/AlarmObject.h"
 
 namespace zorvik {
@@ -74,7 +78,6 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   std::string launchJson() const;
   // Replaces the launch text and re-reads the launch mode.
   void setLaunchJson(std::string launchJson);
-  std::optional<HomeLaunch> homeLaunch() const;
 
   // Rebuilds the launch data from the launch text.
   void parseLaunch();
@@ -102,12 +105,11 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
 
   // Called by an action right after it armed its timer.
   void onActionStarted(Action* action);
-  // Called by an action when its turn has come, before its work runs. When that ends the run
-  // and `report` is set, the feed command runs after the lock is released; the run ends (the
-  // scene stops processing) only when the command returns.
-  void onActionFinished(Action* action, bool report);
-  // Called on the timer thread when an action's timer fired: forgets the action's timer and
-  // reports it finished. False when the action's timer was killed meanwhile (nothing to do).
+  // Called on the timer thread when an action's timer fired, before its work runs: forgets the
+  // action's timer and counts it finished (onActionFinished). False when the action's timer was
+  // killed meanwhile (nothing to do). When that ends a run of a scene with a launch, the feed
+  // command runs after the lock is released; the run ends (the scene stops processing) only
+  // when the command returns.
   bool finishFiredAction(Action& action);
   // The feed's status message: the scene name and its first action.
   std::string buildStatusMessage() const;
@@ -123,18 +125,19 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   static int32_t shiftTime(const std::string& time, int32_t delayMs, std::string& shifted);
 
  private:
-  // Read only under mutex_ (see the threading note above).
-  using AlarmObject::alarmText;
+  // The alarm part, read and written only under mutex_ (see the threading note above): the parts
+  // the scene uses are wrapped so that the lock is checked, the others are hidden.
+  const std::string& alarmText() const REQUIRES(mutex_) { return AlarmObject::alarmText(); }
+  void setAlarmText(const std::string& text) REQUIRES(mutex_) { AlarmObject::setAlarmText(text); }
+  bool isEnabled() REQUIRES(mutex_) { return AlarmObject::isEnabled(); }
+  bool isValid() REQUIRES(mutex_) { return AlarmObject::isValid(); }
+  int64_t utcTime() REQUIRES(mutex_) { return AlarmObject::utcTime(); }
+  const std::string& time() REQUIRES(mutex_) { return AlarmObject::time(); }
+  const std::vector<int32_t>& repeat() REQUIRES(mutex_) { return AlarmObject::repeat(); }
   using AlarmObject::getFirstAlarm;
   using AlarmObject::getNextAlarm;
-  using AlarmObject::isEnabled;
   using AlarmObject::isOnce;
   using AlarmObject::isPeriod;
-  using AlarmObject::isValid;
-  using AlarmObject::repeat;
-  using AlarmObject::setAlarmText;
-  using AlarmObject::time;
-  using AlarmObject::utcTime;
 
   // The end of a run that still has to be reported to the feed program.
   struct RunReport {
@@ -153,38 +156,37 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   };
 
   // Runs the feed command, then ends the run unless it was stopped or restarted meanwhile.
-  // Called without mutex_.
-  void reportRunEnd(const RunReport& report);
+  void reportRunEnd(const RunReport& report) EXCLUDES(mutex_);
   // The actions the crontab tick replays now; takes mutex_.
   std::vector<Replay> crontabReplays(int32_t week, const std::string& time, int64_t nowSeconds);
 
   // The helpers below run with mutex_ held.
   // Counts `action` finished and starts its blocked successor; the report to send when this
   // ended a run that reports.
-  std::optional<RunReport> finishAction(Action* action, bool report);
-  void rebuildActionsIfDirty();
+  std::optional<RunReport> onActionFinished(Action* action, bool report) REQUIRES(mutex_);
+  void rebuildActionsIfDirty() REQUIRES(mutex_);
   // True when the launch is a one-time timer whose instant lies before `nowMs`: replies leave it
   // out.
-  bool isLaunchGoneAt(int64_t nowMs);
-  void startActionsFrom(Action* first);
-  Action* successorOf(const Action& action) const;
-  bool isWeeklyTurn(const Action& action, int32_t week, const std::string& time);
-  Replay replayOf(const std::shared_ptr<Action>& action, const char* label);
+  bool isLaunchGoneAt(int64_t nowMs) REQUIRES(mutex_);
+  void startActionsFrom(Action* first) REQUIRES(mutex_);
+  Action* successorOf(const Action& action) const REQUIRES(mutex_);
+  bool isWeeklyTurn(const Action& action, int32_t week, const std::string& time) REQUIRES(mutex_);
+  Replay replayOf(const std::shared_ptr<Action>& action, const char* label) REQUIRES(mutex_);
 
-  mutable std::recursive_mutex mutex_;
-  std::vector<std::shared_ptr<Action>> actions_;  // guarded by mutex_
-  std::atomic<int32_t> id_{0};
-  std::string name_;                        // guarded by mutex_
-  std::string actionsJson_;                 // guarded by mutex_
-  std::string launchJson_;                  // guarded by mutex_
-  std::unique_ptr<HomeLaunch> homeLaunch_;  // guarded by mutex_
-  bool actionsDirty_ = true;                // guarded by mutex_
-  bool processing_ = false;                 // guarded by mutex_
-  uint32_t finishedCount_ = 0;              // guarded by mutex_
-  uint64_t runNumber_ = 0;                  // guarded by mutex_; counts the runs started
-  Action* successorToStart_ = nullptr;      // guarded by mutex_; see startActionsFrom
-  std::optional<ReplyForms> replyForms_;    // guarded by mutex_; dropped by every change of the
-                                            // id, the name or a text
+  mutable RecursiveMutex mutex_;  // recursive: see the threading note above
+  std::vector<std::shared_ptr<Action>> actions_ GUARDED_BY(mutex_);
+  std::atomic<int32_t> id_{0};  // atomic: read without the lock, written under it
+  std::string name_ GUARDED_BY(mutex_);
+  std::string actionsJson_ GUARDED_BY(mutex_);
+  std::string launchJson_ GUARDED_BY(mutex_);
+  std::unique_ptr<HomeLaunch> homeLaunch_ GUARDED_BY(mutex_);
+  bool actionsDirty_ GUARDED_BY(mutex_) = true;
+  bool processing_ GUARDED_BY(mutex_) = false;
+  uint32_t finishedCount_ GUARDED_BY(mutex_) = 0;
+  uint64_t runNumber_ GUARDED_BY(mutex_) = 0;              // counts the runs started
+  Action* successorToStart_ GUARDED_BY(mutex_) = nullptr;  // see startActionsFrom
+  // Dropped by every change of the id, the name or a text.
+  std::optional<ReplyForms> replyForms_ GUARDED_BY(mutex_);
 };
 
 }  // namespace zorvik

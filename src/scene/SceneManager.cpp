@@ -87,7 +87,7 @@ SceneManager::SceneManager(DataManager* store, std::string ntpStatusFile, Sleepe
     : store_(store),
       ntpStatusFile_(std::move(ntpStatusFile)),
       sleeper_(sleeper ? std::move(sleeper) : Sleeper(sleepFor)) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   store_->loadScenes(scenes_);
 }
 
@@ -102,7 +102,7 @@ std::shared_ptr<Scene> SceneManager::findScene(int32_t id) {
 
 template <typename Operation>
 std::string SceneManager::withScene(int32_t id, Operation operation) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   const std::shared_ptr<Scene> scene = findScene(id);
   if (!scene) return reply(kSceneNotFound);
   return operation(*scene);
@@ -127,7 +127,7 @@ void SceneManager::refreshAlarm(Scene& scene) {
 
 std::string SceneManager::addScene(int32_t id, const std::string& name, const std::string& actions,
                                    const std::string& launch) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   const std::optional<int32_t> chosen = chooseId(id);
   if (!chosen) return reply(kUpdateDatabaseFailed);
   auto scene = std::make_shared<Scene>(*chosen, name, actions, launch);
@@ -138,12 +138,12 @@ std::string SceneManager::addScene(int32_t id, const std::string& name, const st
 }
 
 std::string SceneManager::getAllScenes() {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return sceneListReply(scenes_);
 }
 
 std::string SceneManager::getSingleScene(int32_t id) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   const std::shared_ptr<Scene> scene = findScene(id);
   // An unknown id is not an error: the reply just has no scene.
   if (!scene) return reply(kSuccess);
@@ -151,7 +151,7 @@ std::string SceneManager::getSingleScene(int32_t id) {
 }
 
 std::string SceneManager::getMultipleScene(int32_t startId, int32_t endId) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   std::vector<std::shared_ptr<Scene>> inRange;
   for (const std::shared_ptr<Scene>& scene : scenes_) {
     const int32_t id = scene->id();
@@ -164,7 +164,7 @@ std::string SceneManager::getMultipleScene(int32_t startId, int32_t endId) {
 // change. The live scene changes only once the store has accepted the new values.
 std::string SceneManager::updateScene(int32_t id, const std::string& name,
                                       const std::string& actions, const std::string& launch) {
-  return withScene(id, [&](Scene& scene) {
+  return withScene(id, [&](Scene& scene) REQUIRES(mutex_) {
     stopIfRunning(scene);
     if (!store_->modifyScene(Scene(id, name, actions, launch))) return reply(kUpdateDatabaseFailed);
     scene.setName(name);
@@ -196,7 +196,7 @@ std::string SceneManager::setSceneLaunch(int32_t id, const std::string& launch) 
 std::string SceneManager::removeSceneLaunch(int32_t id) { return changeLaunch(id, "", false); }
 
 std::string SceneManager::changeLaunch(int32_t id, const std::string& launch, bool refresh) {
-  return withScene(id, [&](Scene& scene) {
+  return withScene(id, [&](Scene& scene) REQUIRES(mutex_) {
     stopIfRunning(scene);
     if (!store_->modifyScene(Scene(id, scene.name(), scene.actionsJson(), launch))) {
       return reply(kUpdateDatabaseFailed);
@@ -208,7 +208,7 @@ std::string SceneManager::changeLaunch(int32_t id, const std::string& launch, bo
 }
 
 std::string SceneManager::removeScene(int32_t id) {
-  return withScene(id, [&](Scene& scene) {
+  return withScene(id, [&](Scene& scene) REQUIRES(mutex_) {
     stopIfRunning(scene);
     // A refused delete keeps the scene registered (stopped), in step with the store.
     if (!store_->deleteScene(id)) return reply(kUpdateDatabaseFailed);
@@ -218,7 +218,7 @@ std::string SceneManager::removeScene(int32_t id) {
 }
 
 std::string SceneManager::startSceneByDeviceStatus(const std::string& mac, bool connected) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   // Every scene hears the event; several may start.
   bool started = false;
   for (const std::shared_ptr<Scene>& scene : scenes_) {
@@ -234,7 +234,7 @@ std::string SceneManager::isSceneProcessing(int32_t id) {
 }
 
 std::string SceneManager::getScenesCount() {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return replyWith(kSuccess, "count", json_object_new_int(static_cast<int32_t>(scenes_.size())));
 }
 
@@ -252,13 +252,13 @@ std::string SceneManager::startSceneByCrontab(int32_t week, const std::string& t
 }
 
 std::vector<std::shared_ptr<Scene>> SceneManager::registeredScenes() {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   return scenes_;
 }
 
 // Reports which scenes have their alarm enabled, as "id:1" or "id:0" joined by "|".
 std::string SceneManager::recordSceneByCrontab() {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   if (scenes_.empty()) return reply(kSuccess);
   std::string states;
   for (const std::shared_ptr<Scene>& scene : scenes_) {
@@ -306,7 +306,7 @@ void SceneManager::ntpWaitLoop() {
 }
 
 void SceneManager::addExistingAlarms() {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   ZLOG(kLogInfo) << "Ntp status ok, now add existing alarm";
   // The eligible scenes are gathered (which re-reads their alarms) but handed to no scheduler:
   // weekly starts arrive through the crontab tick instead.

@@ -5,13 +5,17 @@
 // clock to be trusted (NTP) before it evaluates alarm launches. Every operation returns the
 // complete JSON reply text.
 //
-// Threading: every operation but resetScenes, start and startSceneByCrontab holds the recursive
-// `mutex_` for its whole run; they are called from the RPC worker threads and the NTP wait
+// Threading: `mutex_` guards the registry. addExistingAlarms and every command operation but
+// resetScenes and startSceneByCrontab hold it for their whole run, so that the store and the
+// registry change in step; they are called from the RPC worker threads, start-up and the NTP wait
 // thread. startSceneByCrontab holds it only to take the list of scenes, as the handlers it
-// replays may take minutes. Scenes are shared: the registry holds one owner, running actions
-// may hold others. The store is not owned: it outlives the manager. The NTP wait thread runs
-// detached and refers to the manager, so a manager that started one must never be destroyed
-// (the daemon's never is).
+// replays may take minutes. It is a plain mutex: nothing that runs under it comes back into the
+// manager (scenes, the store, the shell and the log know nothing of it, and an action's timer
+// fires on the timer thread, never inside the call that arms it). Lock order: this lock before the
+// store's and before any scene's (see Scene). Scenes are shared: the registry holds one owner,
+// running actions may hold others. The store is not owned: it outlives the manager. The NTP wait
+// thread runs detached and refers to the manager, so a manager that started one must never be
+// destroyed (the daemon's never is).
 #ifndef ZORVIK_SCENE_SCENEMANAGER_H_
 #define ZORVIK_SCENE_SCENEMANAGER_H_
 
@@ -20,10 +24,11 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "server/Mutex.h"
 
 namespace zorvik {
 
@@ -75,24 +80,26 @@ class SceneManager {
   bool ntpReady() const { return ntpReady_.load(); }
 
  private:
-  std::shared_ptr<Scene> findScene(int32_t id);  // mutex_ held
+  std::shared_ptr<Scene> findScene(int32_t id) REQUIRES(mutex_);
   // Runs `operation` (Scene& -> reply) on the scene `id` under mutex_; "scene not found" (3502)
-  // when no scene has that id.
+  // when no scene has that id. An operation that touches the registry says REQUIRES(mutex_).
   template <typename Operation>
-  std::string withScene(int32_t id, Operation operation);
-  std::vector<std::shared_ptr<Scene>> registeredScenes();  // takes mutex_
+  std::string withScene(int32_t id, Operation operation) EXCLUDES(mutex_);
+  std::vector<std::shared_ptr<Scene>> registeredScenes() EXCLUDES(mutex_);
   // The id addScene uses for a requested one; none when the automatic ids are exhausted.
-  std::optional<int32_t> chooseId(int32_t requested);  // mutex_ held
+  std::optional<int32_t> chooseId(int32_t requested) REQUIRES(mutex_);
   // Stores and applies a new launch text (setSceneLaunch, removeSceneLaunch).
   std::string changeLaunch(int32_t id, const std::string& launch, bool refresh);
-  void refreshAlarm(Scene& scene);  // mutex_ held
+  // Re-reads the scene's alarm once the clock is trusted. Under mutex_, so that a scene added
+  // while addExistingAlarms runs is either among the scenes it passes or sees the clock trusted.
+  void refreshAlarm(Scene& scene) REQUIRES(mutex_);
 
   DataManager* const store_;
   const std::string ntpStatusFile_;
   const Sleeper sleeper_;
-  std::atomic<bool> ntpReady_{false};
-  std::vector<std::shared_ptr<Scene>> scenes_;  // guarded by mutex_
-  std::recursive_mutex mutex_;
+  std::atomic<bool> ntpReady_{false};  // atomic: ntpReady() reads it without the lock
+  Mutex mutex_;
+  std::vector<std::shared_ptr<Scene>> scenes_ GUARDED_BY(mutex_);
 };
 
 }  // namespace zorvik

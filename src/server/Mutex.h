@@ -3,8 +3,8 @@
 // Mutex wraps std::mutex and RecursiveMutex std::recursive_mutex (only for a lock whose holder
 // calls code that may come back in) as capabilities of Clang's thread-safety analysis; MutexLock
 // holds one for a scope. A field names the mutex that guards it (GUARDED_BY), a function the
-// mutex its caller must hold (REQUIRES). Clang builds check this with -Wthread-safety, as errors;
-// other compilers ignore the annotations.
+// mutex its caller must hold (REQUIRES) or must not hold (EXCLUDES). Clang builds check this with
+// -Wthread-safety, as errors; other compilers ignore the annotations.
 //
 // Threading: as the standard mutexes they wrap.
 #ifndef ZORVIK_SERVER_MUTEX_H_
@@ -22,6 +22,7 @@
 #define SCOPED_CAPABILITY ZORVIK_THREAD_ANNOTATION(scoped_lockable)
 #define GUARDED_BY(mutex) ZORVIK_THREAD_ANNOTATION(guarded_by(mutex))
 #define REQUIRES(...) ZORVIK_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
+#define EXCLUDES(...) ZORVIK_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 #define ACQUIRE(...) ZORVIK_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define RELEASE(...) ZORVIK_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 
