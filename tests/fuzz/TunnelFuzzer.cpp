@@ -42,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const std::string folder =
       (fs::is_directory("/dev/shm") ? "/dev/shm" : fs::temp_directory_path()).string() +
       "/zorvik-fuzz-" + std::to_string(getpid()) + "/";
-  TimerEventManager::startThread();                     // once per process
+  TimerEventManager::startThread();  // once per process
   fuzz::runAndSettle([&] {
     DataManager store(folder, "");  // no factory scenes to seed
     SceneManager manager(&store, "");
