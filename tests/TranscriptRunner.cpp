@@ -12,20 +12,21 @@
 //   ! E Module.cpp te  no line logged since the step begins so ("! E": no error line at all)
 //   $ command line     the next command run is exactly this line (waited for); before the next
 //                      step and at the end every command run must have been expected
-// In any line {dir} is the temporary folder, {now}, {now+N}, {now-N} the time in seconds since
-// the epoch (in an expected line any second while the step ran). Directives:
-//   @file NAME TEXT    writes TEXT ("\n" for a line feed) to NAME in the folder (the store's,
-//                      where the manager reads the NTP status file "ntp.status")
+// In any line {now}, {now+N}, {now-N} is the time in seconds since the epoch (in an expected
+// line any second while the step ran). Directives:
 //   @result N PREFIX   commands beginning with PREFIX return N from now on
 //   @insert ID | NAME | ACTIONS [| LAUNCH]  stores a row behind the manager's back
 //   @restart           a new store and manager over the same folder: what survives
-//   @start             the manager's start-up; answers its pauses in ms
-#include <gtest/gtest.h>
-
+//   @start [STATUS]    a restart, then the manager's start-up with the NTP status file
+//                      "ntp.status" holding STATUS ("\n" a line feed; no file without);
+//                      answers the start-up's pauses in ms
+// The temporary folder is the working directory. Exits 0 when every line holds, else 1.
 #include <chrono>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <memory>
 #include <regex>
 #include <sstream>
@@ -43,18 +44,7 @@
 namespace zorvik {
 namespace {
 
-const char* transcriptPath = nullptr;
 constexpr std::chrono::seconds kPatience(10);
-
-// Installed for the whole process and never removed: a late action never runs a real command.
-ShellRecorder& shell() {
-  static ShellRecorder* const recorder = new ShellRecorder();
-  return *recorder;
-}
-LogCapture& log() {
-  static LogCapture* const capture = new LogCapture();
-  return *capture;
-}
 
 template <typename Done>
 bool waitUntil(Done done) {
@@ -74,14 +64,16 @@ struct Line {
 
 class Transcript {
  public:
-  void run(std::istream& in) {
+  // True when every line holds.
+  bool run(const std::string& path) {
+    std::ifstream in(path_ = path);
     std::vector<Line> lines;
     int number = 1;
     for (std::string text; std::getline(in, text); ++number)
       if (text.find_first_not_of(" #") == 0) lines.push_back({number, text});
-    shell(), log();  // recording before the store runs its first command
+    std::filesystem::current_path(dir_.path());
     TimerEventManager::startThread();
-    open();
+    restart();
     auto is = [&](size_t i, const char* kinds) {
       return i < lines.size() && std::strchr(kinds, lines[i].kind()) != nullptr;
     };
@@ -94,24 +86,28 @@ class Transcript {
       }
     }
     refuseStrayCommands();
+    return !failed_;
   }
 
  private:
-  void open() {
-    store_ = std::make_unique<DataManager>(dir_.path().string() + "/", dir_.file("factory.conf"));
+  // A new store and manager over the folder: the first ones, or what survives the old ones.
+  void restart() {
+    manager_.reset();
+    store_.reset();
+    store_ = std::make_unique<DataManager>("./", "factory.conf");
     // The start-up pauses are noted; the NTP wait thread parks in its first pause for good.
     auto sleeper = [this, runner = std::this_thread::get_id()](std::chrono::milliseconds pause) {
       while (std::this_thread::get_id() != runner) std::this_thread::sleep_for(kPatience);
       pauses_ += (pauses_.empty() ? "" : " ") + std::to_string(pause.count());
     };
-    manager_ = std::make_shared<SceneManager>(store_.get(), dir_.file("ntp.status"), sleeper);
-    commandNext_ = shell().lines().size();  // the store's own start-up command is no step's
+    manager_ = std::make_shared<SceneManager>(store_.get(), "ntp.status", sleeper);
+    commandNext_ = shell_.lines().size();  // the store's own start-up command is no step's
   }
 
   void runStep(const Line& step) {
     refuseStrayCommands();
     step_ = step;
-    logStart_ = log().lines().size();
+    log_.clear();
     logNext_ = 0;
     stepTime_ = std::time(nullptr);
     answer_ = step.kind() == '>' ? ZorvikTunnel::getInstance().handleCommand(
@@ -124,21 +120,20 @@ class Transcript {
   std::string runDirective(const Line& step) {
     std::istringstream words(expand(step.text.substr(1), stepTime_));
     std::string word, first, rest;
-    words >> word >> first;
-    std::getline(words >> std::ws, rest);
+    std::getline(words >> word >> first >> std::ws, rest);
     std::smatch row;
     static const std::regex rowFields(R"(\| (.*?) \| (.*?)(?: \| (.*))?)");
-    if (word == "file") {
-      dir_.write(first, std::regex_replace(rest, std::regex(R"(\\n)"), "\n"));
-    } else if (word == "result") {
-      shell().setResult(rest, std::stoi(first));
+    if (word == "result") {
+      shell_.setResult(rest, std::stoi(first));
     } else if (word == "insert" && std::regex_match(rest, row, rowFields)) {
       store_->insertScene(Scene(std::stoi(first), row[1], row[2], row[3]));
     } else if (word == "restart") {
-      manager_.reset();
-      store_.reset();
-      open();
+      restart();
     } else if (word == "start") {
+      std::filesystem::remove("ntp.status");
+      if (!first.empty())
+        dir_.write("ntp.status", std::regex_replace(first, std::regex(R"(\\n)"), "\n"));
+      restart();
       pauses_.clear();
       manager_->start();
       // A manager whose wait thread parks in its sleeper lives on, as the daemon's does.
@@ -154,16 +149,16 @@ class Transcript {
   void check(const Line& line) {
     if (line.kind() == '<' && !matches(line.body(), answer_)) fail(line, "this reply", answer_);
     if (line.kind() == '$') expectCommand(line);
-    if (line.kind() == 'I' || line.kind() == 'D' || line.kind() == 'E') expectLog(line);
+    if (std::strchr("IDE", line.kind())) expectLog(line);
     if (line.kind() != '!') return;
-    for (const std::string& logged : loggedSinceStep())
+    for (const std::string& logged : log_.entries())
       if (logged.rfind(line.body(), 0) == 0) fail(line, "no such log line", logged);
   }
 
   void expectLog(const Line& line) {
     std::vector<std::string> logged;
     const bool found = waitUntil([&] {
-      logged = loggedSinceStep();
+      logged = log_.entries();
       for (size_t i = logNext_; i < logged.size(); ++i)
         if (matches(line.text, logged[i])) return logNext_ = i + 1, true;
       return false;
@@ -175,21 +170,15 @@ class Transcript {
 
   void expectCommand(const Line& line) {
     std::vector<std::string> run;
-    waitUntil([&] { return (run = shell().lines()).size() > commandNext_; });
+    waitUntil([&] { return (run = shell_.lines()).size() > commandNext_; });
     const std::string actual = run.size() > commandNext_ ? run[commandNext_++] : "(none)";
     if (!matches(line.body(), actual)) fail(line, "this command next", actual);
   }
 
   void refuseStrayCommands() {
-    const std::vector<std::string> run = shell().lines();
+    const std::vector<std::string> run = shell_.lines();
     for (; commandNext_ < run.size(); ++commandNext_)
       fail(step_, "no further command after this step", run[commandNext_]);
-  }
-
-  // The lines logged since the step, as "I ZorvikTunnel.cpp message".
-  std::vector<std::string> loggedSinceStep() const {
-    const std::vector<std::string> all = log().entries();
-    return std::vector<std::string>(all.begin() + logStart_, all.end());
   }
 
   bool matches(const std::string& expected, const std::string& actual) const {
@@ -199,45 +188,41 @@ class Transcript {
   }
 
   std::string expand(std::string text, std::time_t now) const {
-    static const std::regex token(R"(\{(dir|now([+-][0-9]+)?)\})");
+    static const std::regex token(R"(\{now([+-][0-9]+)?\})");
     for (std::smatch found; std::regex_search(text, found, token);) {
-      text.replace(found.position(), found.length(),
-                   found[1] == "dir"
-                       ? dir_.path().string()
-                       : std::to_string(now + (found[2].matched ? std::stol(found[2]) : 0)));
+      const std::time_t offset = found[1].matched ? std::stol(found[1]) : 0;
+      text.replace(found.position(), found.length(), std::to_string(now + offset));
     }
     return text;
   }
 
   void fail(const Line& line, const std::string& expected, const std::string& actual) {
-    ADD_FAILURE_AT(transcriptPath, line.number)
-        << "expected " << expected << ":\n    " << line.text << "\n  actual: " << actual;
+    std::cerr << path_ << ":" << line.number << ": expected " << expected << ":\n    " << line.text
+              << "\n  actual: " << actual << "\n";
+    failed_ = true;
   }
 
+  // Recording from the first store on, and never removed: a late action never runs a command.
+  ShellRecorder& shell_ = *new ShellRecorder();
+  LogCapture& log_ = *new LogCapture();
+  std::string path_;
+  bool failed_ = false;
   TempDir dir_;
   std::unique_ptr<DataManager> store_;
   std::shared_ptr<SceneManager> manager_;
   Line step_{0, ">"};
-  std::string answer_;   // the step's reply, or a directive's answer
-  std::string pauses_;   // the start-up pauses, in ms
-  size_t logStart_ = 0;  // the step's first log line
-  size_t logNext_ = 0;   // where the next expected log line is looked for, from logStart_
+  std::string answer_;  // the step's reply, or a directive's answer
+  std::string pauses_;  // the start-up pauses, in ms
+  size_t logNext_ = 0;  // where the next expected log line (since the step) is looked for
   size_t commandNext_ = 0;
   std::time_t stepTime_ = 0, stepEnd_ = 0;  // when the step began and ended, in seconds
 };
-
-TEST(Transcript, ProducesWhatItSays) {
-  std::ifstream in(transcriptPath);
-  ASSERT_TRUE(in) << "cannot read " << transcriptPath;
-  Transcript().run(in);
-}
 
 }  // namespace
 }  // namespace zorvik
 
 int main(int argc, char** argv) {
-  testing::InitGoogleTest(&argc, argv);
-  if (argc != 2) return (std::cerr << "usage: transcript_runner FILE.t\n"), 2;
-  zorvik::transcriptPath = argv[1];
-  return RUN_ALL_TESTS();
+  if (argc != 2 || !std::ifstream(argv[1]))
+    return (std::cerr << "usage: transcript_runner FILE.t\n"), 2;
+  return zorvik::Transcript().run(argv[1]) ? 0 : 1;
 }

@@ -4,7 +4,8 @@ argc is 1, argv is NULL? 0
 run server accept all connections.
 TNonblockingServer: Serving with 1 io threads.
 ran: /usr/sbin/nvram get model
-log: [ZORVIK INFO DataManager.cpp:NN]Create Database folder at: /etc/zorvik/
+$ within "grep -q Create $STATE/syslog"; sed -n 's/cpp:[0-9]*]Create/cpp:NN]Create/p' $STATE/syslog
+[ZORVIK INFO DataManager.cpp:NN]Create Database folder at: /etc/zorvik/
 $ (: </dev/tcp/192.168.31.1/9096) 2>/dev/null || echo "192.168.31.1 refuses"
 192.168.31.1 refuses
 $ { frame Request '{"command":"get_scene_count"}'; frame request '{"command":"nope"}'; } | ask 2
@@ -34,4 +35,9 @@ $ wait; sort -n $STATE/done | awk -v asked=$asked -v answered=$answered '{ done[
 >     (answered - done[1] < 0.75 ? "the first record was done" : "later") }'
 queued until the first record was done
 ran: /usr/bin/logger stat_points_none zorvik_scene_status=1:1
+ran: /usr/bin/logger stat_points_none zorvik_scene_status=1:1
+# A record still waiting for the logger outlasts a client's time-out.
+$ zorvikctl --timeout 0.5 '{"command":"scene_record_by_crontab"}'
+zorvikctl: no reply from the zorvik daemon within 0.5 s (--timeout)
+[exit 4]
 ran: /usr/bin/logger stat_points_none zorvik_scene_status=1:1

@@ -2,23 +2,22 @@
 # announces 2 GiB, one whose unversioned method name announces 256 MiB and an empty one get no
 # answer, and the connection stays; Thrift tells of them on standard error, not in the log.
 $ printf '\0\0\0\x10\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff' | ask
+> { frame request '' | head -c -5; be32 2147483632; printf '{'; } | ask
+> { be32 11; be32 268435456; printf request; } | ask
+> printf '\0\0\0\0' | ask
 silent
-$ { frame request '' | head -c -5; be32 2147483632; printf '{'; } | ask
 silent
-$ { be32 11; be32 268435456; printf request; } | ask
 silent
-$ printf '\0\0\0\0' | ask
 silent
 $ grep -o 'exception: .*Bad version identifier\|frame size too short' $STATE/daemon/zorvik.stderr
+> grep -i thrift $STATE/syslog || echo "no Thrift line in the log"
 exception: N6apache6thrift8protocol18TProtocolExceptionE: Bad version identifier
 frame size too short
-$ grep -i thrift $STATE/syslog || echo "no Thrift line in the log"
 no Thrift line in the log
 # Calls up to 64 KiB are served; a longer frame closes the connection.
-$ frame request "$(pad 65536)" | ask
+$ for size in 65536 65537; do frame request "$(pad $size)" | ask; done
 reply request
 { "code": 0, "msg": "", "count": 0 }
-$ frame request "$(pad 65537)" | ask
 closed
 # A call holding more than 4096 opening brackets is refused unparsed (json-c would take some 270
 # times its size to build it).

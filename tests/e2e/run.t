@@ -32,3 +32,24 @@ ran: kelmora { "light": 1 }
 ran: /usr/bin/curl -s -k --connect-timeout 10 http://192.168.31.23/cgi-bin/powerctrl.cgi?off=1
 ran: /usr/sbin/vantpost { "type": 5, "data": { "name": "Evening", "list": [ { "name": "Block", "keyName": "wan" } ] } }
 ran: /sbin/wifi down
+# zorvikctl's options, messages and exit statuses (reply codes, "-" and --pretty: the examples of
+# docs/protocol.md; no daemon: restart.t; a time-out: daemon.t).
+$ zorvikctl --help | grep protocol.md
+Every request, reply and code: docs/protocol.md in the zorvik sources.
+$ zorvikctl --bogus count
+zorvikctl: unknown option --bogus
+[exit 2]
+$ zorvikctl --timeout 0 count
+zorvikctl: --timeout needs a number of seconds above 0, not 0
+[exit 2]
+$ zorvikctl count --timeout
+zorvikctl: --timeout needs a number of seconds
+[exit 2]
+$ zorvikctl count extra 2>/dev/null
+[exit 2]
+$ zorvikctl get seven
+zorvikctl: not a scene id: seven
+[exit 2]
+$ head -c 5000000 /dev/zero | tr '\0' ' ' | zorvikctl -
+zorvikctl: the zorvik daemon on 127.0.0.1:9096 closed the connection without a reply (request too large?)
+[exit 3]

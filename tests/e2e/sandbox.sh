@@ -21,27 +21,6 @@ overlay() {
   mount -t overlay "zorvik-$2" -o "lowerdir=$1,upperdir=$state/$2-upper,workdir=$state/$2-work" "$1"
 }
 
-# syslog() blocks once a few datagrams lie unread: a drain reads /dev/log while the sandbox lives.
-private_dev() {
-  mount -t tmpfs -o mode=755,nosuid zorvik-dev /dev
-  mknod -m 666 /dev/null c 1 3
-  mknod -m 666 /dev/urandom c 1 9
-  perl -MSocket -e 'socket(S, PF_UNIX, SOCK_DGRAM, 0) && bind(S, pack_sockaddr_un("/dev/log"))
-    or die "/dev/log: $!\n"; $| = 1;
-    while (defined recv(S, $m, 65536, 0)) { $m =~ s/^<\d+>.*?\]: //; print $m }' >>"$1" 2>&1 &
-  while [ ! -S /dev/log ]; do sleep 0.05; done
-}
-
-start_daemon() {
-  out=$inside/daemon/$1
-  (
-    set +e
-    [ -z "$2" ] || ulimit -n "$2"
-    sh -c 'echo $$ >"$1.pid"; exec /usr/sbin/zorvik' - "$out" >"$out.stdout" 2>"$out.stderr"
-    echo $? >"$out.new" && mv "$out.new" "$out.status"
-  ) 3<&- &
-}
-
 overlay /usr usr
 overlay /etc etc
 [ -L /sbin ] || overlay /sbin sbin
@@ -58,7 +37,14 @@ mount --bind "$state/etc-zorvik" /etc/zorvik
 touch /usr/sbin/zorvik
 mount --bind "$2" /usr/sbin/zorvik
 mount --bind "$state" "$inside"
-private_dev "$inside/syslog"
+# syslog() blocks once a few datagrams lie unread: a drain reads /dev/log while the sandbox lives.
+mount -t tmpfs -o mode=755,nosuid zorvik-dev /dev
+mknod -m 666 /dev/null c 1 3
+mknod -m 666 /dev/urandom c 1 9
+perl -MSocket -e 'socket(S, PF_UNIX, SOCK_DGRAM, 0) && bind(S, pack_sockaddr_un("/dev/log"))
+  or die "/dev/log: $!\n"; $| = 1; while (defined recv(S, $m, 65536, 0)) {
+  $m =~ s/^<\d+>.*?\]: //; print $m }' >>"$inside/syslog" 2>&1 &
+while [ ! -S /dev/log ]; do sleep 0.05; done
 if [ "${3-}" = --private-net ]; then
   ip link set lo up
   ip link add br-lan type bridge
@@ -76,9 +62,15 @@ mkfifo "$inside/control"
 exec 3<>"$inside/control"
 : >"$inside/ready"
 while read -r verb name limit <&3; do
+  out=$inside/daemon/$name
   case $verb in
-    start) start_daemon "$name" "$limit" ;;
-    stop) kill -9 "$(cat "$inside/daemon/$name.pid")" 2>/dev/null || true ;;
+    start) (
+      set +e
+      [ -z "$limit" ] || ulimit -n "$limit"
+      sh -c 'echo $$ >"$1.pid"; exec /usr/sbin/zorvik' - "$out" >"$out.stdout" 2>"$out.stderr"
+      echo $? >"$out.new" && mv "$out.new" "$out.status"
+    ) 3<&- & ;;
+    stop) kill -9 "$(cat "$out.pid")" 2>/dev/null || true ;;
     *) echo "sandbox.sh: unknown command $verb" >&2 ;;
   esac
 done

@@ -11,7 +11,6 @@
 namespace zorvik {
 namespace {
 
-using Env = FuzzEnvironment;
 namespace pt = boost::posix_time;
 
 // Zones with and without daylight saving, a half-hour one and one beyond twelve hours.
@@ -33,26 +32,26 @@ struct FuzzAlarm : AlarmObject {
 void requireWithinWeek(FuzzAlarm& alarm, int64_t firing) {
   const pt::time_duration time = pt::duration_from_string(alarm.time());
   if (!time.is_special() && !time.is_negative() && time < pt::hours(24))
-    Env::require(firing >= 0 && firing < kEightDaysMs);
+    fuzz::require(firing >= 0 && firing < kEightDaysMs);
 }
 
 // In UTC the local calendar is the epoch's: a one-time alarm's distance is plain arithmetic. An
 // instant beyond the calendar has no distance: it must have been refused.
 void checkFirst(FuzzAlarm& alarm, const pt::ptime& now, bool utc) {
   const int64_t first = alarm.getFirstAlarm(now);
-  if (!alarm.isEnabled() || !alarm.isValid()) return Env::require(first == kNoAlarm);
+  if (!alarm.isEnabled() || !alarm.isValid()) return fuzz::require(first == kNoAlarm);
   if (!alarm.isOnce()) return requireWithinWeek(alarm, first);
-  Env::require(first >= kNoAlarm);
+  fuzz::require(first >= kNoAlarm);
   if (!utc) return;
   const int64_t instantSeconds = alarm.utcTime() / 1000;
-  Env::require(instantSeconds < kFirstSecond + kSpanSeconds);
+  fuzz::require(instantSeconds < kFirstSecond + kSpanSeconds);
   const int64_t later = instantSeconds * 1000000 - (now - kEpoch).total_microseconds();
-  Env::require(first == (later >= 0 ? later / 1000 : kNoAlarm));
+  fuzz::require(first == (later >= 0 ? later / 1000 : kNoAlarm));
 }
 
 void checkNext(FuzzAlarm& alarm, const pt::ptime& now, bool) {
   const int64_t next = alarm.getNextAlarm(now);
-  if (!alarm.isEnabled() || !alarm.isPeriod()) return Env::require(next == kNoAlarm);
+  if (!alarm.isEnabled() || !alarm.isPeriod()) return fuzz::require(next == kNoAlarm);
   requireWithinWeek(alarm, next);
 }
 
@@ -61,20 +60,19 @@ void checkNext(FuzzAlarm& alarm, const pt::ptime& now, bool) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace zorvik;
-  Env::setUp();
-  const std::vector<std::string> lines = Env::lines(data, size, 4);
+  const std::vector<std::string> lines = fuzz::lines(data, size, 4);
   const size_t zone = static_cast<uint8_t>(lines[3][0]) % std::size(kZones);  // "" picks UTC
   setenv("TZ", kZones[zone], 1);
   tzset();
   const int64_t seconds =
-      (Env::number(lines[1]) % kSpanSeconds - kFirstSecond + kSpanSeconds) % kSpanSeconds +
+      (fuzz::number(lines[1]) % kSpanSeconds - kFirstSecond + kSpanSeconds) % kSpanSeconds +
       kFirstSecond;
   const pt::ptime now =
-      kEpoch + pt::seconds(seconds) + pt::microseconds(Env::number(lines[2]) % 1000000);
+      kEpoch + pt::seconds(seconds) + pt::microseconds(fuzz::number(lines[2]) % 1000000);
 
   FuzzAlarm alarm;
   alarm.setAlarmText(lines[0]);
-  for (int32_t day : alarm.repeat()) Env::require(day >= 0 && day <= 6);
+  for (int32_t day : alarm.repeat()) fuzz::require(day >= 0 && day <= 6);
   // The duration reader may refuse a time text with an exception, which callers catch.
   for (auto check : {checkFirst, checkNext}) {
     try {

@@ -1,8 +1,7 @@
-// FuzzEnvironment: what the fuzz targets share: a quiet process (log lines go nowhere, shell
-// commands succeed with no output and never run), a scratch folder (in RAM where there is one, so
-// that SQLite's syncs cost nothing; removed at exit), the input's lines and the checks. setUp()
-// first runs before any other thread exists; nothing is destroyed, as the timer thread may still
-// log and run commands at exit.
+// FuzzEnvironment: what the fuzz targets share: the input's lines and the checks. Each target
+// includes it once; its LLVMFuzzerInitialize quiets the process before any other thread exists
+// (log lines go nowhere, shell commands succeed with no output and never run) and for good, as
+// the timer thread may still log and run commands at exit.
 #ifndef ZORVIK_TESTS_FUZZ_FUZZENVIRONMENT_H_
 #define ZORVIK_TESTS_FUZZ_FUZZENVIRONMENT_H_
 
@@ -20,78 +19,64 @@
 #include "server/Log.h"
 #include "server/Shell.h"
 
-namespace zorvik {
+namespace zorvik::fuzz {
 
-class FuzzEnvironment {
- public:
-  // Quiets log and shell on the first call; returns the scratch folder, with a trailing "/".
-  static const std::string& setUp() {
-    namespace fs = std::filesystem;
-    static std::error_code ignoredError;
-    static const std::string* const folder = [] {
-      setLogSink([](int, const std::string&) {});
-      Shell::setBackend(std::make_shared<SilentShell>());
-      const fs::path root = fs::is_directory("/dev/shm") ? "/dev/shm" : fs::temp_directory_path();
-      auto* made = new std::string(root.string() + "/zorvik-fuzz-XXXXXX");
-      require(mkdtemp(made->data()) != nullptr);
-      std::atexit([] { fs::remove_all(setUp(), ignoredError); });
-      return &made->append("/");
-    }();
-    return *folder;
-  }
+// The input's lines, padded with empty ones to at least `count` lines.
+inline std::vector<std::string> lines(const uint8_t* data, size_t size, size_t count) {
+  std::istringstream input(std::string(reinterpret_cast<const char*>(data), size));
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(input, line);) lines.push_back(line);
+  if (lines.size() < count) lines.resize(count);
+  return lines;
+}
 
-  // The input's lines, padded with empty ones to at least `count` lines.
-  static std::vector<std::string> lines(const uint8_t* data, size_t size, size_t count) {
-    std::istringstream input(std::string(reinterpret_cast<const char*>(data), size));
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(input, line);) lines.push_back(line);
-    if (lines.size() < count) lines.resize(count);
-    return lines;
-  }
+inline int64_t number(const std::string& text) { return std::strtoll(text.c_str(), nullptr, 10); }
 
-  static int64_t number(const std::string& text) { return std::strtoll(text.c_str(), nullptr, 10); }
+// A broken invariant aborts, which libFuzzer reports as a crash, with the input.
+inline void require(bool condition) {
+  if (!condition) std::abort();
+}
 
-  // A broken invariant aborts, which libFuzzer reports as a crash, with the input.
-  static void require(bool condition) {
-    if (!condition) std::abort();
-  }
+// The text parsed: a JSON object, with an integer member `intKey` when one is named.
+inline Json::Document requireObject(const std::string& text, const char* intKey = nullptr) {
+  Json::Document parsed = Json::parse(text);
+  require(json_object_is_type(parsed.get(), json_type_object));
+  if (intKey) require(json_object_is_type(Json::member(parsed.get(), intKey), json_type_int));
+  return parsed;
+}
 
-  // The text parsed: a JSON object, with an integer member `intKey` when one is named.
-  static Json::Document requireObject(const std::string& text, const char* intKey = nullptr) {
-    Json::Document parsed = Json::parse(text);
-    require(json_object_is_type(parsed.get(), json_type_object));
-    if (intKey) require(json_object_is_type(Json::member(parsed.get(), intKey), json_type_int));
-    return parsed;
-  }
+// True when a JSON text may name a TV action, which holds its thread up to a minute while the
+// set wakes. json-c's own form undoes escapes; its strings end at a NUL, so a prefix counts.
+inline bool namesTv(const std::string& text) {
+  const Json::Document parsed = Json::parse(text);
+  const std::string canonical = parsed ? json_object_to_json_string(parsed.get()) : "";
+  return canonical.find("\"tevra") != std::string::npos ||
+         canonical.find("\"tarwen") != std::string::npos;
+}
 
-  // True when a JSON text may name a TV action, which holds its thread up to a minute while the
-  // set wakes. json-c's own form undoes escapes; its strings end at a NUL, so a prefix counts.
-  static bool namesTv(const std::string& text) {
-    const Json::Document parsed = Json::parse(text);
-    const std::string canonical = parsed ? json_object_to_json_string(parsed.get()) : "";
-    return canonical.find("\"tevra") != std::string::npos ||
-           canonical.find("\"tarwen") != std::string::npos;
-  }
+// Runs `work`, then waits (at most a second) until the threads it started are gone: the leak
+// check after an input must not catch a timed router shutdown's detached thread half-way.
+template <typename Work>
+void runAndSettle(Work work) {
+  const auto threads = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+  };
+  const auto before = threads();
+  work();
+  for (int ms = 0; threads() > before && ms < 1000; ++ms)
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
 
-  static int threadCount() {
-    return static_cast<int>(
-        std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}));
-  }
+}  // namespace zorvik::fuzz
 
-  // Waits (at most a second) until the process has no more than `count` threads: the leak check
-  // after an input must not catch a timed router shutdown's detached thread half-way.
-  static void waitForThreads(int count) {
-    for (int ms = 0; threadCount() > count && ms < 1000; ++ms)
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-
- private:
-  struct SilentShell : Shell::Backend {
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  struct SilentShell : zorvik::Shell::Backend {
     int system(const std::string&) override { return 0; }
     std::optional<std::string> capture(const std::string&) override { return std::string(); }
   };
-};
-
-}  // namespace zorvik
+  zorvik::setLogSink([](int, const std::string&) {});
+  zorvik::Shell::setBackend(std::make_shared<SilentShell>());
+  return 0;
+}
 
 #endif  // ZORVIK_TESTS_FUZZ_FUZZENVIRONMENT_H_

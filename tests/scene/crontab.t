@@ -31,38 +31,23 @@ $ /usr/sbin/pellway 6 'Yg'
 $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "N", "list": [ { "name": "", "keyName": "" } ] } }'
 $ /usr/sbin/pellway 6 'Yw'
 # Numbers at their edges: the largest weekday counts modulo 7; time texts may hold any number.
-> {"command":"scene_setting","name":"E","action_list":[{"thirdParty":"quiro","type":"t","payload":"d","delay":60000}],"launch":{"timer":{"time":"19:30","repeat":"1"}}}
 > {"command":"scene_setting","name":"F","action_list":[{"thirdParty":"quiro","type":"t","payload":"e","delay":60000}],"launch":{"timer":{"time":"0:2147483647","repeat":"1"}}}
-> {"command":"scene_setting","name":"G","action_list":[{"thirdParty":"quiro","type":"t","payload":"f","delay":2147483647}],"launch":{"timer":{"time":"2147483647:00","repeat":"1"}}}
+> {"command":"scene_setting","name":"G","action_list":[{"thirdParty":"quiro","type":"t","payload":"f","delay":2147483647}],"launch":{"timer":{"time":"2147483645:37","repeat":"6"}}}
 ! E
-> {"command":"scene_start_by_crontab","week":2147483647,"time":"19:31"}
-< { "code": 0, "msg": "" }
-$ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "E", "list": [ { "name": "", "keyName": "" } ] } }'
-$ /usr/sbin/pellway 6 'ZA'
-> {"command":"scene_start_by_crontab","week":1,"time":"02:08"}
+> {"command":"scene_start_by_crontab","week":2147483647,"time":"02:08"}
 < { "code": 0, "msg": "" }
 $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "F", "list": [ { "name": "", "keyName": "" } ] } }'
 $ /usr/sbin/pellway 6 'ZQ'
-> {"command":"scene_start_by_crontab","week":3,"time":"03:31"}
-< { "code": 0, "msg": "" }
 $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "G", "list": [ { "name": "", "keyName": "" } ] } }'
 $ /usr/sbin/pellway 6 'Zg'
-# A one-time alarm 40 s ago: both actions are in their minute; 70 s ago the second; in 30 s none.
-> {"command":"scene_setting","name":"O","action_list":[{"thirdParty":"quiro","type":"t","name":"x","payload":"g"},{"thirdParty":"quiro","type":"t","name":"y","payload":"h","delay":30000}],"launch":{"timer":{"utc_time":{now-40}000}}}
-< { "code": 0, "msg": "", "id": 8 }
+# A one-time alarm 70 s ago: only the second action, 30 s later, is in its minute; in 30 s none.
+> {"command":"scene_setting","name":"O","action_list":[{"thirdParty":"quiro","type":"t","name":"x","payload":"g"},{"thirdParty":"quiro","type":"t","name":"y","payload":"h","delay":30000}],"launch":{"timer":{"utc_time":{now-70}000}}}
+< { "code": 0, "msg": "", "id": 7 }
 > {"command":"scene_start_by_crontab","week":1,"time":"99:99"}
 < { "code": 0, "msg": "" }
-I Scene.cpp execute1 once: x  0ms
 I Scene.cpp execute1 once: y  30000ms
-$ /usr/sbin/pellway 6 'Zw'
 $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "O", "list": [ { "name": "x", "keyName": "" } ] } }'
 $ /usr/sbin/pellway 6 'aA'
-> {"command":"scene_launch","id":8,"launch":{"timer":{"utc_time":{now-70}000}}}
-< { "code": 0, "msg": "" }
-> {"command":"scene_start_by_crontab","week":1,"time":"99:99"}
-< { "code": 0, "msg": "" }
-$ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "O", "list": [ { "name": "x", "keyName": "" } ] } }'
-$ /usr/sbin/pellway 6 'aA'
-> {"command":"scene_launch","id":8,"launch":{"timer":{"utc_time":{now+30}000}}}
+> {"command":"scene_launch","id":7,"launch":{"timer":{"utc_time":{now+30}000}}}
 > {"command":"scene_start_by_crontab","week":1,"time":"99:99"}
 < { "code": 0, "msg": "" }

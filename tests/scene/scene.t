@@ -46,27 +46,23 @@ E Scene.cpp Scene actions not json array
 # a launch is kept but starts nothing; without all three keys it is dropped, also in the store.
 > {"command":"scene_setting","name":"both","action_list":[{"thirdParty":"quiro","type":"t","payload":"c","delay":1}],"launch":{"timer":{"time":"07:30","repeat":"1"},"go_home":{"mac":"BB"}}}
 < { "code": 0, "msg": "", "id": 4 }
-> {"command":"scene_setting","name":"off","action_list":[],"launch":{"leave_home":{"mac":"CC","enabled":false}}}
-< { "code": 0, "msg": "", "id": 5 }
 > {"command":"scene_setting","name":"no mac","action_list":[],"launch":{"go_home":{"enabled":true}}}
-< { "code": 0, "msg": "", "id": 6 }
+< { "code": 0, "msg": "", "id": 5 }
 E Scene.cpp Scene go_home mac NULL
 > {"command":"scene_setting","name":"no mac","action_list":[],"launch":{"leave_home":{}}}
-< { "code": 0, "msg": "", "id": 7 }
+< { "code": 0, "msg": "", "id": 6 }
 E Scene.cpp Scene leave_home mac NULL
 > {"command":"scene_setting","name":"sunrise","action_list":[],"launch":{"sunrise":{}}}
-< { "code": 0, "msg": "", "id": 8 }
+< { "code": 0, "msg": "", "id": 7 }
 E Scene.cpp Scene launch mode format error
 > {"command":"scene_start_by_crontab","week":1,"time":"07:30"}
 < { "code": 0, "msg": "" }
-> {"command":"scene_start_by_device_status","mac":"CC","connected":false}
-< { "code": 3506, "msg": "scene has not home launch mode" }
 > {"command":"scene_start_by_device_status","mac":"bb","connected":true}
 < { "code": 0, "msg": "" }
 $ /usr/sbin/vantpost '{ "type": 5, "data": { "name": "both", "list": [ { "name": "", "keyName": "" } ] } }'
 $ /usr/sbin/pellway 6 'Yw'
-> {"command":"get_multiple_scene_setting","start_id":5,"end_id":8}
-< { "code": 0, "msg": "", "scene_list": [ { "id": 5, "name": "off", "action_list": [ ], "launch": { "leave_home": { "mac": "CC", "enabled": false } } }, { "id": 6, "name": "no mac", "action_list": [ ], "launch": { "go_home": { "enabled": true } } }, { "id": 7, "name": "no mac", "action_list": [ ], "launch": { "leave_home": { } } }, { "id": 8, "name": "sunrise", "action_list": [ ] } ] }
+> {"command":"get_multiple_scene_setting","start_id":5,"end_id":7}
+< { "code": 0, "msg": "", "scene_list": [ { "id": 5, "name": "no mac", "action_list": [ ], "launch": { "go_home": { "enabled": true } } }, { "id": 6, "name": "no mac", "action_list": [ ], "launch": { "leave_home": { } } }, { "id": 7, "name": "sunrise", "action_list": [ ] } ] }
 @restart
 ! E Scene.cpp Scene launch mode format error
 # A new launch drops the timer of the old one.
@@ -80,17 +76,11 @@ $ /usr/sbin/pellway 6 'Yw'
 < { "code": 0, "msg": "" }
 > {"command":"scene_start_by_crontab","week":1,"time":"07:30"}
 < { "code": 0, "msg": "" }
-# A one-time timer whose instant has passed is left out of replies.
-> {"command":"scene_launch","id":5,"launch":{"timer":{"utc_time":5000}}}
-> {"command":"scene_launch","id":6,"launch":{"timer":{"utc_time":4102444800000}}}
-< { "code": 0, "msg": "" }
-> {"command":"get_multiple_scene_setting","start_id":5,"end_id":6}
-< { "code": 0, "msg": "", "scene_list": [ { "id": 5, "name": "off", "action_list": [ ] }, { "id": 6, "name": "no mac", "action_list": [ ], "launch": { "timer": { "utc_time": 4102444800000 } } } ] }
 # A null launch entry counts as absent: the next key is read, and with none left the launch goes.
-> {"command":"scene_launch","id":7,"launch":{"go_home":null,"leave_home":{"mac":"DD"}}}
-> {"command":"scene_launch","id":8,"launch":{"go_home":null}}
+> {"command":"scene_launch","id":6,"launch":{"go_home":null,"leave_home":{"mac":"DD"}}}
+> {"command":"scene_launch","id":7,"launch":{"go_home":null}}
 < { "code": 0, "msg": "" }
-> {"command":"scene_launch","id":8,"launch":{"go_home":null}}
+> {"command":"scene_launch","id":7,"launch":{"go_home":null}}
 < { "code": 0, "msg": "" }
 E Scene.cpp Scene launch mode format error
 > {"command":"scene_start_by_device_status","mac":"dd","connected":false}
