@@ -13,8 +13,9 @@ constexpr char kBase64Alphabet[] =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr int kBitsPerChar = 6;
 constexpr unsigned kCharMask = 0x3f;
-// At most 13 bits are ever pending: 5 left over plus one new byte.
-constexpr unsigned kPendingMask = 0x1fff;
+// At most 12 bits are ever pending: 4 left over (a multiple of 8 less a multiple of 6) plus one
+// new byte.
+constexpr unsigned kPendingMask = 0xfff;
 
 }  // namespace
 
