@@ -144,8 +144,8 @@ class Transcript {
       pauses_.clear();
       manager_->start();
       // A manager whose wait thread parks in its sleeper lives on, as the daemon's does.
-      static auto* const parked = new std::vector<std::shared_ptr<SceneManager>>();
-      if (!manager_->ntpReady()) parked->push_back(manager_);
+      if (!manager_->ntpReady())
+        kept<std::vector<std::shared_ptr<SceneManager>>>().push_back(manager_);
       return pauses_;
     } else {
       fail(step, "a known directive", word);

@@ -244,11 +244,6 @@ bool Scene::isProcessing() const {
   return processing_;
 }
 
-uint32_t Scene::finishedCount() const {
-  MutexLock lock(mutex_);
-  return finishedCount_;
-}
-
 size_t Scene::actionCount() const {
   MutexLock lock(mutex_);
   return actions_.size();

@@ -98,7 +98,6 @@ class Scene : public AlarmObject, public std::enable_shared_from_this<Scene> {
   // Ends a run: kills pending action timers; handlers in progress are not interrupted.
   void stop();
   bool isProcessing() const;
-  uint32_t finishedCount() const;
   size_t actionCount() const;
   // The current actions, in order (a snapshot).
   std::vector<std::shared_ptr<Action>> actions() const;
